@@ -1,0 +1,248 @@
+#include "run_command.h"
+
+#include <unistd.h>
+
+#include <exception>
+
+#include "absolute_path.h"
+#include "platform/device_env.h"
+#include "platform/process.h"
+#include "run/run_context.h"
+#include "run/run_driver.h"
+#include "run/startup.h"
+#include "terminal_dialogs.h"
+
+namespace qr::cli {
+
+namespace {
+
+bool EndsWith(const std::string& s, const std::string& tail) {
+  return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
+}
+
+bool IsJobFileName(const std::string& arg) {
+  return EndsWith(arg, ".lsw") || EndsWith(arg, ".rvj");
+}
+
+// "--target DIR" or "--target=DIR". Returns false on a usage error.
+bool TakeValue(const std::vector<std::string>& args, size_t& i, const std::string& name,
+               std::optional<std::string>& slot, std::string& error) {
+  const std::string& arg = args[i];
+  std::string value;
+  if (arg == name) {
+    if (i + 1 >= args.size()) {
+      error = name + " needs a folder";
+      return false;
+    }
+    value = args[++i];
+  } else {
+    value = arg.substr(name.size() + 1);
+  }
+  if (slot) {
+    error = name + " is given more than once";
+    return false;
+  }
+  if (value.empty()) {
+    error = name + " needs a folder";
+    return false;
+  }
+  slot = value;
+  return true;
+}
+
+volatile std::sig_atomic_t g_interrupted = 0;
+
+extern "C" void OnInterrupt(int) {
+  g_interrupted = 1;
+  static const char notice[] =
+      "\nravelin-run: cancelling after the file in hand (Ctrl-C again ends at once)\n";
+  // write() is safe in a signal handler; its result has nothing to tell us here.
+  [[maybe_unused]] ssize_t n = ::write(STDERR_FILENO, notice, sizeof notice - 1);
+}
+
+const char* OutcomeText(ExecOutcome o) {
+  switch (o) {
+    case ExecOutcome::Refused:
+      return "refused";
+    case ExecOutcome::Completed:
+      return "completed";
+    case ExecOutcome::Cancelled:
+      return "cancelled";
+    case ExecOutcome::Aborted:
+      return "stopped by a failure";
+  }
+  return "";
+}
+
+int ExitStatus(ExecOutcome o, const RunCounters& c) {
+  switch (o) {
+    case ExecOutcome::Refused:
+      return kExitRefused;
+    case ExecOutcome::Completed:
+      return c.ErrorCount == 0 ? kExitDone : kExitDoneWithErrors;
+    case ExecOutcome::Cancelled:
+      return kExitCancelled;
+    case ExecOutcome::Aborted:
+      return kExitDoneWithErrors;
+  }
+  return kExitDoneWithErrors;
+}
+
+}  // namespace
+
+std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& args,
+                                            std::string& error) {
+  CommandLine cl;
+  bool optionsEnded = false;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
+    if (!optionsEnded && arg.size() > 1 && arg[0] == '-') {
+      if (arg == "--") {
+        optionsEnded = true;
+      } else if (arg == "--help" || arg == "-h") {
+        cl.help = true;
+      } else if (arg == "--yes" || arg == "-y") {
+        cl.yes = true;
+      } else if (arg == "--silent") {
+        cl.silent = true;
+      } else if (arg == "--target" || arg.starts_with("--target=")) {
+        if (!TakeValue(args, i, "--target", cl.target, error)) return std::nullopt;
+      } else if (arg == "--log" || arg.starts_with("--log=")) {
+        if (!TakeValue(args, i, "--log", cl.log, error)) return std::nullopt;
+      } else {
+        error = "unknown option " + arg;
+        return std::nullopt;
+      }
+      continue;
+    }
+    if (arg.empty() || arg == "-") {
+      error = "'" + arg + "' is no source path";
+      return std::nullopt;
+    }
+    if (IsJobFileName(arg)) {
+      error = "job files are not accepted yet: " + arg +
+              " (name the sources, --target and --log instead)";
+      return std::nullopt;
+    }
+    cl.sources.push_back(arg);
+  }
+  return cl;
+}
+
+std::string UsageText() {
+  return R"(Usage: ravelin-run [--yes] [--silent] [--target DIR] [--log DIR] [SOURCE...]
+
+Collects the SOURCE files and folders into the target folder, keeping their times, with the MD5
+of each source and each copy and a record of the job in the log folder. It runs the same
+start-up, checks and run as the window program quillon-ravelin, without a window.
+
+Options:
+  --target DIR  the folder the copies go to
+  --log DIR     the folder of the job's database, logs and job record; without it the log
+                folder is the target folder (as in the window, where the log path follows
+                the target path while the two agree)
+  --yes, -y     answer every message box with its affirmative button (Yes or OK)
+  --silent      start with the -silent switch: no message boxes during the run, a job that
+                fails its checks ends the program at once
+  --help, -h    show this text and exit
+  --            every argument after it is a source
+
+Relative paths are made absolute against the current folder before use. An argument ending
+in .lsw or .rvj is a job file; job files are not accepted yet.
+
+Message boxes are printed to standard error. Without --yes they are asked on the terminal;
+with no terminal on standard input a question is refused (No or Cancel) and a notice is
+taken as read (OK); input boxes and pickers get no answer. Ctrl-C asks the run to stop after
+the file in hand; a second Ctrl-C ends the program at once. The runner never saves options
+back to the settings files.
+
+Exit status:
+  0   done without errors
+  1   done with errors, or the run was stopped by a failure
+  2   refused: a check before the run failed, or start-up failed
+  3   cancelled
+  64  wrong usage
+)";
+}
+
+void CliEventPump::Pump() {
+  if (interrupted_ != 0 && counters_ != nullptr) counters_->CancelRequested = true;
+  ReapAbandonedChildren();
+}
+
+volatile std::sig_atomic_t& InterruptFlag() { return g_interrupted; }
+
+void InstallInterruptHandler() {
+  struct sigaction sa {};
+  sa.sa_handler = OnInterrupt;
+  sigemptyset(&sa.sa_mask);
+  // No SA_RESTART: a Ctrl-C at a terminal question breaks the read, which refuses the box.
+  sa.sa_flags = SA_RESETHAND;
+  sigaction(SIGINT, &sa, nullptr);
+}
+
+int RunCommand(const std::vector<std::string>& args, std::istream& in, std::ostream& out,
+               std::ostream& err, bool stdinIsTerminal) {
+  std::string error;
+  std::optional<CommandLine> cl = ParseCommandLine(args, error);
+  if (!cl) {
+    err << "ravelin-run: " << error << "\n"
+        << "Try 'ravelin-run --help' for more information.\n";
+    return kExitUsage;
+  }
+  if (cl->help) {
+    out << UsageText();
+    return kExitDone;
+  }
+
+  // Every path is made absolute before start-up, so that nothing later depends on the folder
+  // the runner happened to start in.
+  std::vector<std::string> sources;
+  for (const std::string& s : cl->sources) sources.push_back(AbsolutePath(s));
+  std::string target = cl->target ? AbsolutePath(*cl->target) : std::string();
+  std::string log = cl->log ? AbsolutePath(*cl->log) : target;
+  for (const std::string& p : sources) {
+    if (p.empty()) {
+      err << "ravelin-run: the current folder can't be determined\n";
+      return kExitUsage;
+    }
+  }
+
+  TerminalDialogs dialogs(in, err, cl->yes, stdinIsTerminal);
+  CliEventPump pump(InterruptFlag());
+  RunContext ctx(dialogs, pump);
+  pump.Attach(ctx.counters);
+
+  try {
+    StartupInputs inputs;
+    if (cl->silent) inputs.args.push_back("-silent");
+    inputs.environment = ProcessEnvironment();
+    inputs.singleInstance = false;  // scripts may run several jobs at once
+    StartupResult started = Startup(ctx, inputs);
+    if (started.endProgram) {
+      err << "ravelin-run: start-up failed\n";
+      out << "Outcome: start-up failed\n";
+      return kExitRefused;
+    }
+
+    ctx.settings.Sources.insert(ctx.settings.Sources.end(), sources.begin(), sources.end());
+    ctx.settings.TargetPath = target;
+    ctx.settings.LogPath = log;
+
+    ExecResult result = ExecCopy(ctx);
+    out << "Outcome: " << OutcomeText(result.outcome) << "\n";
+    if (result.outcome != ExecOutcome::Refused) {
+      out << "Files copied: " << ctx.counters.FilesProcessed << " of " << ctx.counters.TotalFiles
+          << "\n"
+          << "Errors: " << ctx.counters.ErrorCount << "\n";
+    }
+    return ExitStatus(result.outcome, ctx.counters);
+  } catch (const std::exception& e) {
+    // A failure that escaped every handler of the core: report it rather than die unexplained.
+    err << "ravelin-run: " << e.what() << "\n";
+    out << "Outcome: " << OutcomeText(ExecOutcome::Aborted) << "\n";
+    return kExitDoneWithErrors;
+  }
+}
+
+}  // namespace qr::cli

@@ -1,0 +1,168 @@
+#include "terminal_dialogs.h"
+
+#include <cctype>
+
+#include "absolute_path.h"
+
+namespace qr::cli {
+
+namespace {
+
+const char* IconLabel(Icon icon) {
+  switch (icon) {
+    case Icon::Information:
+      return "information";
+    case Icon::Exclamation:
+      return "warning";
+    case Icon::Critical:
+      return "error";
+    case Icon::Question:
+      return "question";
+    case Icon::None:
+      break;
+  }
+  return "";
+}
+
+std::string Folded(const std::string& s) {
+  std::string out;
+  for (char c : s) {
+    if (c == ' ' || c == '\t') continue;
+    out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
+  return out;
+}
+
+const char* AnswerText(Answer a) {
+  switch (a) {
+    case Answer::Ok:
+      return "OK";
+    case Answer::Cancel:
+      return "Cancel";
+    case Answer::Yes:
+      return "Yes";
+    case Answer::No:
+      return "No";
+  }
+  return "";
+}
+
+}  // namespace
+
+std::string TerminalText(const std::string& text) {
+  std::string out;
+  out.reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\r') {
+      out += '\n';
+      if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
+    } else {
+      out += text[i];
+    }
+  }
+  return out;
+}
+
+void TerminalDialogs::PrintHeader(const std::string& title, Icon icon) {
+  err_ << "--- " << title;
+  const char* label = IconLabel(icon);
+  if (*label != '\0') err_ << " (" << label << ")";
+  err_ << " ---\n";
+}
+
+std::optional<std::string> TerminalDialogs::ReadLine() {
+  std::string line;
+  if (!std::getline(in_, line)) {
+    err_ << "\n";
+    return std::nullopt;
+  }
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  return line;
+}
+
+Answer TerminalDialogs::MessageBox(const std::string& text, const std::string& title, Icon icon,
+                                   Buttons buttons) {
+  PrintHeader(title, icon);
+  err_ << TerminalText(text) << "\n";
+
+  const Answer yes = buttons == Buttons::YesNo ? Answer::Yes : Answer::Ok;
+  const Answer no = buttons == Buttons::YesNo ? Answer::No : Answer::Cancel;
+  Answer answer = yes;
+  if (assumeYes_) {
+    err_ << "> " << AnswerText(yes) << " (--yes)\n";
+    return yes;
+  }
+  if (!interactive_) {
+    // Nobody to ask: a question is refused, a notice is taken as read.
+    answer = buttons == Buttons::Ok ? Answer::Ok : no;
+    err_ << "> " << AnswerText(answer);
+    if (buttons != Buttons::Ok) err_ << " (no terminal to ask; --yes accepts)";
+    err_ << "\n";
+    return answer;
+  }
+
+  if (buttons == Buttons::Ok) {
+    err_ << "[Enter] OK: " << std::flush;
+    ReadLine();
+    return Answer::Ok;
+  }
+  const std::string prompt =
+      buttons == Buttons::YesNo ? "[y] Yes / [n] No: " : "[y] OK / [n] Cancel: ";
+  for (;;) {
+    err_ << prompt << std::flush;
+    std::optional<std::string> line = ReadLine();
+    if (!line) {
+      answer = no;
+      break;
+    }
+    std::string f = Folded(*line);
+    if (f == "y" || f == "yes" || f == "ok" || f == "o") {
+      answer = yes;
+      break;
+    }
+    if (f == "n" || f == "no" || f == "cancel" || f == "c") {
+      answer = no;
+      break;
+    }
+  }
+  err_ << "> " << AnswerText(answer) << "\n";
+  return answer;
+}
+
+std::optional<std::string> TerminalDialogs::InputBox(const std::string& prompt,
+                                                     const std::string& title,
+                                                     const std::string& defaultText) {
+  if (!interactive_) return std::nullopt;
+  PrintHeader(title, Icon::None);
+  err_ << TerminalText(prompt) << "\n";
+  err_ << "[" << defaultText << "]: " << std::flush;
+  std::optional<std::string> line = ReadLine();
+  if (!line) return std::nullopt;
+  if (line->empty()) return defaultText;
+  return line;
+}
+
+std::string TerminalDialogs::AskPath(const std::string& title) {
+  if (!interactive_) return {};
+  PrintHeader(title, Icon::None);
+  err_ << "Path (empty for none): " << std::flush;
+  std::optional<std::string> line = ReadLine();
+  if (!line || line->empty()) return {};
+  return AbsolutePath(*line);
+}
+
+std::string TerminalDialogs::OpenFile(const std::string& title, const std::string&,
+                                      const std::string&) {
+  return AskPath(title);
+}
+
+std::string TerminalDialogs::SaveFile(const std::string& title, const std::string&,
+                                      const std::string&) {
+  return AskPath(title);
+}
+
+std::string TerminalDialogs::PickFolder(const std::string& title, const std::string&) {
+  return AskPath(title);
+}
+
+}  // namespace qr::cli

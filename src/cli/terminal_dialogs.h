@@ -1,0 +1,45 @@
+#pragma once
+// The Dialogs seam for a terminal: every box is printed to the error stream and answered from
+// --yes, from the person at the terminal, or, with nobody there, by refusing.
+#include <istream>
+#include <optional>
+#include <ostream>
+#include <string>
+
+#include "platform/dialogs.h"
+
+namespace qr::cli {
+
+// CR LF (and a lone CR) as plain line breaks, for printing.
+std::string TerminalText(const std::string& text);
+
+class TerminalDialogs : public Dialogs {
+ public:
+  // `assumeYes`: message boxes take their affirmative button without asking.
+  // `interactive`: `in` is a terminal with a person behind it.
+  TerminalDialogs(std::istream& in, std::ostream& err, bool assumeYes, bool interactive)
+      : in_(in), err_(err), assumeYes_(assumeYes), interactive_(interactive) {}
+
+  Answer MessageBox(const std::string& text, const std::string& title, Icon icon,
+                    Buttons buttons) override;
+  std::optional<std::string> InputBox(const std::string& prompt, const std::string& title,
+                                      const std::string& defaultText) override;
+  std::string OpenFile(const std::string& title, const std::string& filter,
+                       const std::string& startFolder) override;
+  std::string SaveFile(const std::string& title, const std::string& filter,
+                       const std::string& startFolder) override;
+  std::string PickFolder(const std::string& title, const std::string& startFolder) override;
+
+ private:
+  void PrintHeader(const std::string& title, Icon icon);
+  // One line from the terminal; nullopt at the end of input or on a read failure (Ctrl-C).
+  std::optional<std::string> ReadLine();
+  std::string AskPath(const std::string& title);
+
+  std::istream& in_;
+  std::ostream& err_;
+  bool assumeYes_;
+  bool interactive_;
+};
+
+}  // namespace qr::cli

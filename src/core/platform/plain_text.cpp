@@ -1,0 +1,88 @@
+#include "platform/plain_text.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/text.h"
+
+namespace qr {
+
+namespace {
+
+bool Fail(int* error, int err) {
+  if (error != nullptr) *error = err;
+  return false;
+}
+
+bool WriteAll(int fd, std::string_view bytes) {
+  const char* data = bytes.data();
+  size_t size = bytes.size();
+  while (size > 0) {
+    const ssize_t n = write(fd, data, size);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    data += n;
+    size -= static_cast<size_t>(n);
+  }
+  return true;
+}
+
+bool WriteFile(const std::string& path, std::string_view bytes, int flags, int* error) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0666);
+  if (fd < 0) return Fail(error, errno);
+  if (!WriteAll(fd, bytes)) {
+    const int err = errno;
+    close(fd);
+    return Fail(error, err);
+  }
+  if (close(fd) != 0) return Fail(error, errno);
+  return true;
+}
+
+}  // namespace
+
+bool AppendLine(const std::string& path, std::string_view text, int* error) {
+  std::string line(text);
+  line += kCrLf;
+  return WriteFile(path, line, O_APPEND, error);
+}
+
+bool WriteWholeFile(const std::string& path, std::string_view text, int* error) {
+  return WriteFile(path, text, O_TRUNC, error);
+}
+
+std::optional<std::string> ReadWholeFile(const std::string& path, int* error) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    Fail(error, errno);
+    return std::nullopt;
+  }
+  std::string out;
+  char buffer[65536];
+  while (true) {
+    const ssize_t n = read(fd, buffer, sizeof buffer);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      const int err = errno;
+      close(fd);
+      Fail(error, err);
+      return std::nullopt;
+    }
+    if (n == 0) break;
+    out.append(buffer, static_cast<size_t>(n));
+  }
+  close(fd);
+  return out;
+}
+
+std::optional<std::vector<std::string>> ReadLines(const std::string& path, int* error) {
+  auto whole = ReadWholeFile(path, error);
+  if (!whole) return std::nullopt;
+  return SplitLines(*whole);
+}
+
+}  // namespace qr

@@ -1,0 +1,17 @@
+#include "run/run_context.h"
+
+#include "verify/logs.h"
+
+namespace qr {
+
+Answer RunContext::Message(const std::string& text, Icon icon, Buttons buttons) {
+  return dialogs.MessageBox(text, titleText, icon, buttons);
+}
+
+void RunContext::ShowMessage(const std::string& text, Icon icon) { Message(text, icon); }
+
+void RunContext::WriteSilentLog(const std::string& text) {
+  qr::WriteSilentLog(paths.ErrorLogPath, text);
+}
+
+}  // namespace qr

@@ -1,0 +1,84 @@
+#pragma once
+// The live state of the program, owned for its whole life: the job's settings, counters and
+// paths, the start-up facts, the progress pane and the two seams to a person.
+#include <string>
+
+#include "platform/device_env.h"
+#include "platform/dialogs.h"
+#include "platform/event_pump.h"
+#include "platform/report.h"
+#include "run/job_settings.h"
+#include "run/progress_pane.h"
+
+namespace qr {
+
+inline constexpr const char* kTitleText = "Quillon Ravelin 2.2 Rover Edition";
+// The key of the single instance of the window program.
+inline constexpr const char* kInstanceKey = "QuillonRavelin2";
+
+// Command-line switches, all cleared before parsing.
+struct StartupFlags {
+  bool quit = false;         // -q
+  bool silent = false;       // -silent
+  bool autoStart = false;    // -as: recognised and stored; nothing consults it
+  bool stop = false;         // -stop: recognised and stored; nothing consults it
+  bool resume = false;       // -resume with a non-empty -lsw= value; nothing consults it
+  std::string lswPath;       // -lsw=: quotes removed, trimmed; nothing consults it
+};
+
+struct AppPaths {
+  std::string programFolder;  // with a trailing separator
+  std::string appPath;        // the settings folder, no trailing separator
+  std::string hashListFolder;
+  std::string localIniPath;
+  std::string helpPath;
+};
+
+// What the main window shows that a run changes.
+struct MainWindowState {
+  std::string caption = kTitleText;
+  // lstSources, txtTargetPath, cmdAdd, cmdRemove, cmdBrowseTarget, cmdRun.
+  bool runControlsEnabled = true;
+  bool jobPickerVisible = false;
+};
+
+class RunContext : public Reporter {
+ public:
+  RunContext(Dialogs& dialogsSeam, EventPump& pumpSeam) : dialogs(dialogsSeam), pump(pumpSeam) {}
+
+  JobSettings settings;
+  RunCounters counters;
+  RunPaths paths;
+  JobIdentity job;
+  bool Resuming = false;
+  bool ResumeOfferAccepted = false;
+
+  StartupFlags flags;
+  AppPaths app;
+  DeviceEnvironment device;
+  bool robocopyAvailable = false;  // set by the ROBOCOPY probe
+  std::string titleText = kTitleText;
+  std::string versionText;
+
+  ProgressPane progress;
+  MainWindowState main;
+  // The job's extra text, cleared at the start of each run.
+  std::string extraText;
+  // The number of the next _errors_N.log.
+  int errorLogRunNumber = 1;
+  // On for a run whose Common Log path is set and passed its test.
+  bool activityLogOn = false;
+
+  Dialogs& dialogs;
+  EventPump& pump;
+
+  // A message box titled with the program's title.
+  Answer Message(const std::string& text, Icon icon, Buttons buttons = Buttons::Ok);
+
+  // Reporter.
+  bool SilentOption() const override { return settings.Silent; }
+  void ShowMessage(const std::string& text, Icon icon) override;
+  void WriteSilentLog(const std::string& text) override;
+};
+
+}  // namespace qr

@@ -1,0 +1,105 @@
+#include "platform/device_env.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "platform_test_helpers.h"
+
+namespace qr {
+namespace {
+
+const DeviceDefaults kDefaults{"/opt/ravelin/", "/media/stick", "machine-42"};
+
+TEST(DeviceEnvironmentTest, OnADeviceOnlyTheEnvironmentCounts) {
+  const auto env = ReadDeviceEnvironment(
+      {
+          "PATH=/usr/bin",
+          "U3_DEVICE_SERIAL=0815",
+          "U3_DEVICE_PATH=/media/u3",
+          "U3_DEVICE_VENDOR=Acme",
+          "U3_DAPI_CONNECT_STRING=a=b=c",
+          "U3_ENV_SUB_VERSION=",
+      },
+      kDefaults);
+  EXPECT_TRUE(env.onDevice);
+  EXPECT_EQ(env.U3_DEVICE_SERIAL, "0815");
+  EXPECT_EQ(env.U3_DEVICE_PATH, "/media/u3");
+  EXPECT_EQ(env.U3_DEVICE_VENDOR, "Acme");
+  EXPECT_EQ(env.U3_DAPI_CONNECT_STRING, "a=b=c") << "the value is all after the first =";
+  EXPECT_EQ(env.U3_ENV_SUB_VERSION, "");
+  // All or nothing: a device that names no language gets no default one.
+  EXPECT_EQ(env.U3_ENV_LANGUAGE, "");
+  EXPECT_EQ(env.U3_DEVICE_EXEC_PATH, "");
+  EXPECT_EQ(env.defaultSerialCopy, "");
+}
+
+TEST(DeviceEnvironmentTest, NamesMatchExactlyAndWhole) {
+  const auto env = ReadDeviceEnvironment(
+      {
+          "U3_DEVICE_SERIAL=7",
+          "u3_device_vendor=lower",
+          "U3_DEVICE_VENDORX=longer",
+          "XU3_DEVICE_PRODUCT=prefixed",
+          "U3_DEVICE_VENDOR_ID=id",
+          "U3_ENV_VERSION",
+      },
+      kDefaults);
+  EXPECT_EQ(env.U3_DEVICE_VENDOR, "");
+  EXPECT_EQ(env.U3_DEVICE_PRODUCT, "");
+  EXPECT_EQ(env.U3_DEVICE_VENDOR_ID, "id");
+  EXPECT_EQ(env.U3_ENV_VERSION, "");
+}
+
+TEST(DeviceEnvironmentTest, ScanStopsAtAnEmptyEntry) {
+  const auto env = ReadDeviceEnvironment(
+      {"U3_DEVICE_SERIAL=1", "U3_ENV_LANGUAGE=German", "", "U3_DEVICE_VENDOR=Late"}, kDefaults);
+  EXPECT_EQ(env.U3_ENV_LANGUAGE, "German");
+  EXPECT_EQ(env.U3_DEVICE_VENDOR, "");
+}
+
+TEST(DeviceEnvironmentTest, BlankSerialGivesEveryDefaultOverWhatWasFound) {
+  const auto env = ReadDeviceEnvironment(
+      {"U3_DEVICE_SERIAL=   ", "U3_ENV_LANGUAGE=German", "U3_DAPI_CONNECT_STRING=x"}, kDefaults);
+  EXPECT_FALSE(env.onDevice);
+  EXPECT_EQ(env.U3_DEVICE_SERIAL, "machine-42");
+  EXPECT_EQ(env.defaultSerialCopy, "machine-42");
+  EXPECT_EQ(env.U3_DEVICE_PATH, "/media/stick");
+  EXPECT_EQ(env.U3_DEVICE_DOCUMENT_PATH, "/opt/ravelin");
+  EXPECT_EQ(env.U3_APP_DATA_PATH, "/opt/ravelin");
+  EXPECT_EQ(env.U3_HOST_EXEC_PATH, "/opt/ravelin");
+  EXPECT_EQ(env.U3_DEVICE_EXEC_PATH, "/opt/ravelin");
+  EXPECT_EQ(env.U3_DEVICE_VENDOR, "Generic");
+  EXPECT_EQ(env.U3_DEVICE_PRODUCT, "PC");
+  EXPECT_EQ(env.U3_DEVICE_VENDOR_ID, "PC");
+  EXPECT_EQ(env.U3_ENV_VERSION, "1.0");
+  EXPECT_EQ(env.U3_ENV_LANGUAGE, "English");
+  EXPECT_EQ(env.U3_IS_UPGRADE, "1");
+  EXPECT_EQ(env.U3_IS_DEVICE_AVAILABLE, "No");
+  EXPECT_EQ(env.U3_IS_AUTORUN, "False");
+  EXPECT_EQ(env.U3_DAPI_CONNECT_STRING, "");
+  EXPECT_EQ(env.U3_ENV_SUB_VERSION, "");
+}
+
+TEST(DeviceEnvironmentTest, ProgramFolderAtTheRootHasItsSeparatorCut) {
+  const auto env = ReadDeviceEnvironment({}, DeviceDefaults{"/", "", "id"});
+  EXPECT_EQ(env.U3_DEVICE_DOCUMENT_PATH, "");
+  EXPECT_EQ(env.U3_DEVICE_PATH, "");
+  EXPECT_EQ(env.U3_DEVICE_SERIAL, "id");
+}
+
+TEST(DeviceEnvironmentTest, ProcessEnvironmentIsThisProcesssInOrder) {
+  test::EnvVar first("RAVELIN_TEST_FIRST", "1");
+  test::EnvVar second("RAVELIN_TEST_SECOND", "2");
+  test::EnvVar serial("U3_DEVICE_SERIAL", "from-the-process");
+  const auto entries = ProcessEnvironment();
+  const auto a = std::find(entries.begin(), entries.end(), "RAVELIN_TEST_FIRST=1");
+  const auto b = std::find(entries.begin(), entries.end(), "RAVELIN_TEST_SECOND=2");
+  ASSERT_NE(a, entries.end());
+  ASSERT_NE(b, entries.end());
+  EXPECT_LT(a, b);
+  EXPECT_EQ(ReadDeviceEnvironment(entries, kDefaults).U3_DEVICE_SERIAL, "from-the-process");
+}
+
+}  // namespace
+}  // namespace qr

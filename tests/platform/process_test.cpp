@@ -1,0 +1,149 @@
+#include "platform/process.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+using test::ReadBytes;
+using test::TempDir;
+using Tokens = std::vector<std::string>;
+
+// Polls `done` a bounded number of times; the bound only keeps a broken build from hanging.
+template <typename Done>
+bool Eventually(Done done) {
+  for (int i = 0; i < 1000; ++i) {
+    if (done()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
+}
+
+bool ProcessGone(pid_t pid) { return kill(pid, 0) != 0 && errno == ESRCH; }
+
+TEST(SplitCommandLineTest, BlanksEndTokensAndQuotesStay) {
+  EXPECT_EQ(SplitCommandLine(""), Tokens{""});
+  EXPECT_EQ(SplitCommandLine("-q"), Tokens{"-q"});
+  EXPECT_EQ(SplitCommandLine("-q -silent"), (Tokens{"-q", "-silent"}));
+  EXPECT_EQ(SplitCommandLine("-q  -silent"), (Tokens{"-q", "", "-silent"}));
+  EXPECT_EQ(SplitCommandLine(" -q "), (Tokens{"", "-q", ""}));
+  EXPECT_EQ(SplitCommandLine("-lsw=\"/a b/x.lsw\" -resume"),
+            (Tokens{"-lsw=\"/a b/x.lsw\"", "-resume"}));
+  EXPECT_EQ(SplitCommandLine("\"a b\"c d"), (Tokens{"\"a b\"c", "d"}));
+  // An unclosed quote runs to the end.
+  EXPECT_EQ(SplitCommandLine("x \"y z"), (Tokens{"x", "\"y z"}));
+  EXPECT_EQ(SplitCommandLine("a\tb"), Tokens{"a\tb"}) << "only blanks separate";
+}
+
+TEST(StartHiddenTest, RunsWithoutAShellAndWithStandardStreamsOnDevNull) {
+  TempDir tmp;
+  const std::string out = tmp / "fds.txt";
+  // The shell here is the program started and $$ its own pid, so these are the streams it was
+  // given; the output is redirected only for printf, after they have been read.
+  const auto started = StartHidden(
+      {"sh", "-c",
+       "x=$(readlink /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2); printf '%s\\n' \"$x\" > \"$1\"; "
+       "exit 3",
+       "sh", out});
+  ASSERT_TRUE(started.started) << started.error;
+  EXPECT_EQ(WaitChild(started.pid), 3);
+  EXPECT_EQ(ReadBytes(out), "/dev/null\n/dev/null\n/dev/null\n");
+}
+
+TEST(StartHiddenTest, ArgumentsArePassedAsTheyAre) {
+  TempDir tmp;
+  const std::string out = tmp / "args.txt";
+  const auto started = StartHidden(
+      {"/bin/sh", "-c", "printf '%s|' \"$@\" > \"$0\"", out, "a b", "\"q\"", "$HOME", "*", ""});
+  ASSERT_TRUE(started.started);
+  EXPECT_EQ(WaitChild(started.pid), 0);
+  EXPECT_EQ(ReadBytes(out), "a b|\"q\"|$HOME|*||");
+}
+
+TEST(StartHiddenTest, MissingProgramIsNotStarted) {
+  const auto r = StartHidden({"ravelin-no-such-program-anywhere"});
+  EXPECT_FALSE(r.started);
+  EXPECT_EQ(r.error, ENOENT);
+  EXPECT_FALSE(StartHidden({}).started);
+  EXPECT_FALSE(ProbeProgram({"ravelin-no-such-program-anywhere", "/?"}));
+  EXPECT_TRUE(ProbeProgram({"true"}));
+}
+
+TEST(StartHiddenTest, ShellCommandRunsThroughBinSh) {
+  TempDir tmp;
+  const auto started =
+      StartShellHidden("cd '" + tmp.path() + "' && echo done > 'it''s.txt'; exit 7");
+  ASSERT_TRUE(started.started);
+  EXPECT_EQ(WaitChild(started.pid), 7);
+  EXPECT_EQ(ReadBytes(tmp / "its.txt"), "done\n");
+}
+
+TEST(ChildTest, ChildEndedPollsWithoutBlocking) {
+  TempDir tmp;
+  const std::string flag = tmp / "flag";
+  const auto started =
+      StartHidden({"sh", "-c", "while [ ! -e \"$1\" ]; do sleep 0.01; done; exit 5", "sh", flag});
+  ASSERT_TRUE(started.started);
+  int status = -2;
+  EXPECT_FALSE(ChildEnded(started.pid, &status)) << "the child cannot end before the flag exists";
+  EXPECT_EQ(status, -2);
+  tmp.WriteFile("flag", "");
+  EXPECT_TRUE(Eventually([&] { return ChildEnded(started.pid, &status); }));
+  EXPECT_EQ(status, 5);
+  EXPECT_TRUE(ProcessGone(started.pid)) << "an ended child must be reaped";
+}
+
+TEST(ChildTest, KilledChildReportsTheSignal) {
+  const auto started = StartHidden({"sleep", "600"});
+  ASSERT_TRUE(started.started);
+  ASSERT_EQ(kill(started.pid, SIGKILL), 0);
+  EXPECT_EQ(WaitChild(started.pid), 128 + SIGKILL);
+  EXPECT_EQ(WaitChild(started.pid), -1) << "already reaped";
+}
+
+TEST(ChildTest, ChildrenDoNotInheritIgnoredSignals) {
+  // An ignored SIGTERM here would otherwise stay ignored in the child across exec.
+  struct sigaction ignore {};
+  struct sigaction old {};
+  ignore.sa_handler = SIG_IGN;
+  ASSERT_EQ(sigaction(SIGTERM, &ignore, &old), 0);
+  const auto started = StartHidden({"sleep", "600"});
+  sigaction(SIGTERM, &old, nullptr);
+  ASSERT_TRUE(started.started);
+  ASSERT_EQ(kill(started.pid, SIGTERM), 0);
+  EXPECT_EQ(WaitChild(started.pid), 128 + SIGTERM);
+}
+
+TEST(ChildTest, AbandonedChildIsReapedLaterAndNoOtherIsTouched) {
+  TempDir tmp;
+  const std::string flag = tmp / "flag";
+  const auto abandoned =
+      StartHidden({"sh", "-c", "while [ ! -e \"$1\" ]; do sleep 0.01; done", "sh", flag});
+  const auto kept = StartHidden({"sh", "-c", "exit 9"});
+  ASSERT_TRUE(abandoned.started);
+  ASSERT_TRUE(kept.started);
+  AbandonChild(abandoned.pid);
+  ReapAbandonedChildren();
+  EXPECT_FALSE(ProcessGone(abandoned.pid)) << "still running, so not reaped yet";
+
+  tmp.WriteFile("flag", "");
+  // Until reaped, an ended child stays as a zombie that kill(0) still finds.
+  EXPECT_TRUE(Eventually([&] {
+    ReapAbandonedChildren();
+    return ProcessGone(abandoned.pid);
+  }));
+  // The child not given up on keeps its status for its own waiter.
+  EXPECT_EQ(WaitChild(kept.pid), 9);
+}
+
+}  // namespace
+}  // namespace qr

@@ -1,0 +1,87 @@
+#include "platform/single_instance.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "platform/process.h"
+#include "platform_test_helpers.h"
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+using test::EnvVar;
+using test::TempDir;
+
+TEST(SingleInstanceTest, OneHolderPerKey) {
+  TempDir tmp;
+  auto first = std::make_unique<SingleInstanceLock>("QuillonRavelin2", tmp.path());
+  EXPECT_TRUE(first->acquired());
+  struct stat st {};
+  EXPECT_EQ(stat((tmp / "QuillonRavelin2.lock").c_str(), &st), 0);
+
+  SingleInstanceLock second("QuillonRavelin2", tmp.path());
+  EXPECT_FALSE(second.acquired());
+  SingleInstanceLock other("AnotherKey", tmp.path());
+  EXPECT_TRUE(other.acquired());
+
+  first.reset();
+  SingleInstanceLock third("QuillonRavelin2", tmp.path());
+  EXPECT_TRUE(third.acquired());
+}
+
+TEST(SingleInstanceTest, EmptyFolderMeansTheRuntimeFolder) {
+  TempDir tmp;
+  EnvVar run("XDG_RUNTIME_DIR", tmp.path());
+  SingleInstanceLock lock("QuillonRavelin2");
+  EXPECT_TRUE(lock.acquired());
+  struct stat st {};
+  EXPECT_EQ(stat((tmp / "QuillonRavelin2.lock").c_str(), &st), 0);
+}
+
+TEST(SingleInstanceTest, AKilledHolderBlocksNoOne) {
+  TempDir tmp;
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  const pid_t holder = fork();
+  ASSERT_GE(holder, 0);
+  if (holder == 0) {
+    close(ready[0]);
+    SingleInstanceLock lock("key", tmp.path());
+    const char answer = lock.acquired() ? 'y' : 'n';
+    if (write(ready[1], &answer, 1) != 1) _exit(1);
+    pause();
+    _exit(0);
+  }
+  close(ready[1]);
+  char answer = 0;
+  ASSERT_EQ(read(ready[0], &answer, 1), 1);
+  close(ready[0]);
+  EXPECT_EQ(answer, 'y');
+  EXPECT_FALSE(SingleInstanceLock("key", tmp.path()).acquired());
+  kill(holder, SIGKILL);
+  waitpid(holder, nullptr, 0);
+  EXPECT_TRUE(SingleInstanceLock("key", tmp.path()).acquired());
+}
+
+TEST(SingleInstanceTest, StartedProgramsDoNotInheritTheLock) {
+  TempDir tmp;
+  auto lock = std::make_unique<SingleInstanceLock>("key", tmp.path());
+  ASSERT_TRUE(lock->acquired());
+  const auto child = StartHidden({"sleep", "600"});
+  ASSERT_TRUE(child.started);
+  lock.reset();
+  // The tool still runs; had it inherited the descriptor, the lock would still be held.
+  EXPECT_TRUE(SingleInstanceLock("key", tmp.path()).acquired());
+  kill(child.pid, SIGKILL);
+  WaitChild(child.pid);
+}
+
+}  // namespace
+}  // namespace qr

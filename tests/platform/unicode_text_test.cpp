@@ -1,0 +1,123 @@
+#include "platform/unicode_text.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform_test_helpers.h"
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+using test::ReadBytes;
+using test::RecordingReporter;
+using test::TempDir;
+
+std::string Bytes(std::initializer_list<int> values) {
+  std::string out;
+  for (int v : values) out += static_cast<char>(v);
+  return out;
+}
+
+TEST(Utf16ConversionTest, EncodesBmpAndSurrogatePairs) {
+  EXPECT_EQ(Utf8ToUtf16("a€"), (std::u16string{u'a', 0x20AC}));
+  EXPECT_EQ(Utf8ToUtf16("\xF0\x9F\x98\x80"), (std::u16string{0xD83D, 0xDE00}));
+  EXPECT_EQ(Utf8ToUtf16("\xF4\x8F\xBF\xBF"), (std::u16string{0xDBFF, 0xDFFF}));
+  EXPECT_EQ(Utf8ToUtf16(""), u"");
+}
+
+TEST(Utf16ConversionTest, EachInvalidByteBecomesAReplacement) {
+  const char16_t R = 0xFFFD;
+  EXPECT_EQ(Utf8ToUtf16("a\xff"
+                        "b"),
+            (std::u16string{u'a', R, u'b'}));
+  // Overlong form of "/".
+  EXPECT_EQ(Utf8ToUtf16("\xC0\xAF"), (std::u16string{R, R}));
+  // An encoded surrogate is not well formed.
+  EXPECT_EQ(Utf8ToUtf16("\xED\xA0\x80"), (std::u16string{R, R, R}));
+  // Past U+10FFFF.
+  EXPECT_EQ(Utf8ToUtf16("\xF4\x90\x80\x80"), (std::u16string{R, R, R, R}));
+  // A sequence cut short, by another character and by the end.
+  EXPECT_EQ(Utf8ToUtf16("\xE2\x82"
+                        "A"),
+            (std::u16string{R, R, u'A'}));
+  EXPECT_EQ(Utf8ToUtf16("x\xE2\x82"), (std::u16string{u'x', R, R}));
+}
+
+TEST(Utf16ConversionTest, BackToUtf8) {
+  EXPECT_EQ(Utf16ToUtf8(Utf8ToUtf16("Ünïcødé 名前 \xF0\x9F\x98\x80")),
+            "Ünïcødé 名前 \xF0\x9F\x98\x80");
+  // A lone surrogate can't be written in UTF-8.
+  EXPECT_EQ(Utf16ToUtf8(std::u16string{u'a', 0xD800, u'b'}),
+            "a\xEF\xBF\xBD"
+            "b");
+  EXPECT_EQ(Utf16ToUtf8(std::u16string{0xDC00}), "\xEF\xBF\xBD");
+}
+
+class UnicodeFileTest : public ::testing::Test {
+ protected:
+  TempDir tmp;
+  RecordingReporter reporter;
+};
+
+TEST_F(UnicodeFileTest, CreateWritesOnlyTheMarkAndEmptiesAnOldFile) {
+  const std::string path = tmp.WriteFile("log.txt", "old content");
+  ASSERT_TRUE(CreateUnicodeFile(path));
+  EXPECT_EQ(ReadBytes(path), Bytes({0xFF, 0xFE}));
+  EXPECT_TRUE(IsUnicodeFile(path));
+  EXPECT_FALSE(CreateUnicodeFile(tmp / "no/such/folder/log.txt"));
+}
+
+TEST_F(UnicodeFileTest, RecognisesTheMarkOnly) {
+  EXPECT_TRUE(IsUnicodeFile(tmp.WriteFile("a", Bytes({0xFF, 0xFE, 'x', 0}))));
+  EXPECT_FALSE(IsUnicodeFile(tmp.WriteFile("b", Bytes({0xFE, 0xFF}))));
+  EXPECT_FALSE(IsUnicodeFile(tmp.WriteFile("c", Bytes({0xEF, 0xBB, 0xBF}))));
+  EXPECT_FALSE(IsUnicodeFile(tmp.WriteFile("d", Bytes({0xFF}))));
+  EXPECT_FALSE(IsUnicodeFile(tmp.WriteFile("e", "")));
+  EXPECT_FALSE(IsUnicodeFile(tmp / "missing"));
+}
+
+TEST_F(UnicodeFileTest, AppendsUtf16LittleEndianBytes) {
+  const std::string path = tmp / "_errors.log";
+  ASSERT_TRUE(CreateUnicodeFile(path));
+  ASSERT_TRUE(AppendUnicodeText(path, "a€\xF0\x9F\x98\x80\r\n", false, &reporter));
+  ASSERT_TRUE(AppendUnicodeText(path, "b\xff", false, &reporter));
+  EXPECT_EQ(ReadBytes(path), Bytes({0xFF, 0xFE, 'a', 0, 0xAC, 0x20, 0x3D, 0xD8, 0x00, 0xDE, '\r', 0,
+                                    '\n', 0, 'b', 0, 0xFD, 0xFF}));
+  EXPECT_TRUE(reporter.silentLines.empty());
+}
+
+TEST_F(UnicodeFileTest, MarkIsWrittenBeforeTheTextWhenAsked) {
+  const std::string path = tmp.WriteFile("list.txt", "");
+  ASSERT_TRUE(AppendUnicodeText(path, "x", true, &reporter));
+  ASSERT_TRUE(AppendUnicodeText(path, "y", true, &reporter));
+  EXPECT_EQ(ReadBytes(path), Bytes({0xFF, 0xFE, 'x', 0, 0xFF, 0xFE, 'y', 0}));
+}
+
+TEST_F(UnicodeFileTest, FileOfExactlyThreeBytesIsCutToItsFirstByte) {
+  const std::string three = tmp.WriteFile("three", "XYZ");
+  ASSERT_TRUE(AppendUnicodeText(three, "b", false, &reporter));
+  EXPECT_EQ(ReadBytes(three), Bytes({'X', 'b', 0}));
+
+  const std::string two = tmp.WriteFile("two", "XY");
+  ASSERT_TRUE(AppendUnicodeText(two, "b", false, &reporter));
+  EXPECT_EQ(ReadBytes(two), Bytes({'X', 'Y', 'b', 0}));
+
+  const std::string four = tmp.WriteFile("four", "WXYZ");
+  ASSERT_TRUE(AppendUnicodeText(four, "b", false, &reporter));
+  EXPECT_EQ(ReadBytes(four), Bytes({'W', 'X', 'Y', 'Z', 'b', 0}));
+}
+
+TEST_F(UnicodeFileTest, MissingFileIsNotCreatedAndTheFailureIsLogged) {
+  const std::string path = tmp / "missing.log";
+  EXPECT_FALSE(AppendUnicodeText(path, "x", false, &reporter));
+  EXPECT_FALSE(test::ReadBytes(path).size() > 0 || access(path.c_str(), F_OK) == 0);
+  ASSERT_EQ(reporter.silentLines.size(), 1u);
+  EXPECT_EQ(reporter.silentLines[0], "UC Append API Failure (2): No such file or directory");
+  EXPECT_TRUE(reporter.boxes.empty());
+  EXPECT_FALSE(AppendUnicodeText(path, "x", false));
+}
+
+}  // namespace
+}  // namespace qr

@@ -1,0 +1,98 @@
+#include "run/report.h"
+
+#include <gtest/gtest.h>
+
+#include "support/fake_dialogs.h"
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+using std::chrono::seconds;
+
+TEST(ElapsedTimeTest, DaysHoursMinutesSecondsWithTwoDigitsEach) {
+  TimePoint t0{};
+  EXPECT_EQ(ElapsedTime(t0, t0), "00:00:00:00");
+  EXPECT_EQ(ElapsedTime(t0, t0 + seconds(59)), "00:00:00:59");
+  EXPECT_EQ(ElapsedTime(t0, t0 + seconds(86400 + 3600 + 60 + 1)), "01:01:01:01");
+  EXPECT_EQ(ElapsedTime(t0, t0 + seconds(3 * 86400 + 23 * 3600)), "03:23:00:00");
+  EXPECT_EQ(ElapsedTime(t0, t0 + std::chrono::milliseconds(1999)), "00:00:00:01")
+      << "whole seconds only";
+}
+
+TEST(ReportText, CompletedAndCancelledDifferInTheFirstLineOnly) {
+  RunCounters c;
+  c.TotalFiles = 12;
+  c.FilesProcessed = 10;
+  c.TotalBytes = 5000000000;
+  c.BytesProcessed = 4000000000;
+  c.ErrorCount = 2;
+  c.EndTime = c.StartTime + seconds(75);
+  const std::string body =
+      "Files copied: 10 of 12\r\nBytes copied: 4000000000 of 5000000000\r\nErrors: 2\r\n\r\n"
+      "Time Elapsed: 00:00:01:15\r\n";
+  EXPECT_EQ(BuildReportText(c, false), "The process has completed successfully.\r\n\r\n" + body);
+  EXPECT_EQ(BuildReportText(c, true), "The process has been canceled.\r\n\r\n" + body);
+
+  c.TimestampMismatches = 3;
+  EXPECT_EQ(BuildReportText(c, false),
+            "The process has completed successfully.\r\n\r\n" + body +
+                "\r\nTimestamps on 3 files could not be matched exactly.\r\nSee log for "
+                "details.\r\n");
+}
+
+TEST(ReportText, HashExclusionsAreSubtracted) {
+  RunCounters c;
+  c.TotalFiles = 5;
+  c.FilesProcessed = 5;
+  c.HashExcludedFiles = 2;
+  c.BytesProcessed = 100;
+  c.HashExcludedBytes = 40;
+  std::string t = BuildReportText(c, false);
+  EXPECT_NE(t.find("Files copied: 3 of 5\r\n"), std::string::npos);
+  EXPECT_NE(t.find("Bytes copied: 60 of 0\r\n"), std::string::npos);
+}
+
+class FinishRunReportTest : public ::testing::Test {
+ protected:
+  test::TempDir dir;
+  test::FakeDialogs dialogs;
+  test::FakePump pump;
+  RunContext ctx{dialogs, pump};
+  void SetUp() override {
+    ctx.settings.LogPath = dir.path();
+    ctx.paths = ComputeRunPaths(dir.path());
+  }
+};
+
+TEST_F(FinishRunReportTest, ErrorInstructionsFollowAReportWithErrors) {
+  ctx.counters.ErrorCount = 1;
+  ctx.job.ErrorInstructions = "Call Ann.";
+  FinishRunReport(ctx);
+  ASSERT_EQ(dialogs.shown.size(), 2u);
+  EXPECT_EQ(dialogs.shown[0].icon, Icon::Information);
+  EXPECT_EQ(dialogs.shown[1].text,
+            "Errors occurred during this job.\r\nThe error instructions for this job are:\r\n\r\n"
+            "Call Ann.");
+
+  dialogs.shown.clear();
+  ctx.job.ErrorInstructions = "   ";
+  FinishRunReport(ctx);
+  EXPECT_EQ(dialogs.shown.size(), 1u) << "blank instructions are not shown";
+
+  dialogs.shown.clear();
+  ctx.job.ErrorInstructions = "Call Ann.";
+  ctx.flags.silent = true;
+  FinishRunReport(ctx);
+  EXPECT_TRUE(dialogs.shown.empty());
+}
+
+TEST_F(FinishRunReportTest, TallyIsTheReportAndReplacesAnEarlierOne) {
+  ctx.settings.CreateTally = true;
+  dir.WriteFile("tally.txt", std::string(5000, 'x'));
+  FinishRunReport(ctx);
+  EXPECT_EQ(test::ReadBytes(dir / "tally.txt"), BuildReportText(ctx.counters, false) + "\r\n");
+}
+
+}  // namespace
+}  // namespace qr

@@ -1,0 +1,138 @@
+#include "run/startup.h"
+
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include "support/fake_dialogs.h"
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+using test::FakeDialogs;
+using test::FakePump;
+using test::TempDir;
+
+TEST(Switches, ExactSwitchesAndTheLswValue) {
+  StartupFlags f = ParseSwitches({"-q", "-silent", "-as", "-stop"});
+  EXPECT_TRUE(f.quit && f.silent && f.autoStart && f.stop);
+  EXPECT_FALSE(f.resume);
+
+  f = ParseSwitches({"-Q", "-SILENT", "q", "-silent ", "--q", "whatever"});
+  EXPECT_FALSE(f.quit || f.silent) << "switches are exact and case-sensitive";
+
+  // The text after the equals sign, quotes removed wherever they stand, then trimmed.
+  f = ParseSwitches({"-lsw=\" /a b/x.lsw\""});
+  EXPECT_EQ(f.lswPath, "/a b/x.lsw");
+  f = ParseSwitches({"-lsw=/j/\"q\"uoted.lsw"});
+  EXPECT_EQ(f.lswPath, "/j/quoted.lsw");
+}
+
+TEST(Switches, ResumeNeedsALswValue) {
+  EXPECT_FALSE(ParseSwitches({"-resume"}).resume);
+  EXPECT_FALSE(ParseSwitches({"-resume", "-lsw=\"  \""}).resume);
+  EXPECT_TRUE(ParseSwitches({"-resume", "-lsw=/j/x.lsw"}).resume);
+  EXPECT_TRUE(ParseSwitches({"-lsw=/j/x.lsw", "-resume"}).resume) << "order does not matter";
+}
+
+class StartupTest : public ::testing::Test {
+ protected:
+  TempDir dir;
+  FakeDialogs dialogs;
+  FakePump pump;
+  RunContext ctx{dialogs, pump};
+  std::string program = dir.MakeDir("program");
+
+  StartupResult Start(std::vector<std::string> args = {}, std::vector<std::string> env = {},
+                      bool single = false) {
+    StartupInputs in;
+    in.args = std::move(args);
+    in.programFolder = program;
+    in.environment = std::move(env);
+    in.singleInstance = single;
+    in.instanceLockFolder = dir.MakeDir("run");
+    return Startup(ctx, in);
+  }
+};
+
+TEST_F(StartupTest, APlainStartGivesTheStartValues) {
+  StartupResult r = Start({"-q", "unknown"});
+  EXPECT_FALSE(r.endProgram);
+  EXPECT_TRUE(dialogs.shown.empty());
+  EXPECT_TRUE(ctx.flags.quit);
+
+  const JobSettings& s = ctx.settings;
+  EXPECT_TRUE(s.Ravelin && s.CopyFiles && s.CopySubs && s.CopyEmpties && s.CreateSubs);
+  EXPECT_TRUE(s.CreateLog && s.HashSource && s.HashDest);
+  EXPECT_TRUE(s.CopyData && s.CopyAttributes && s.CopyTimestamps && s.CopyBackup && s.CopyZB);
+  EXPECT_FALSE(s.Robocopy || s.FullPaths || s.RootFolders || s.Silent || s.CreateTally ||
+               s.CreateFileList || s.SeparateTS || s.CopySecurity || s.CopyOwner ||
+               s.CopyAudit || s.CopyRestartable || s.ManualFlags);
+  EXPECT_EQ(s.Collision, kCollisionDoNothing);
+  EXPECT_EQ(s.Extension, kExtensionCopyOnly);
+
+  EXPECT_EQ(ctx.titleText, "Quillon Ravelin 2.2 Rover Edition");
+  EXPECT_EQ(ctx.main.caption, ctx.titleText);
+  EXPECT_FALSE(ctx.versionText.empty());
+  EXPECT_EQ(ctx.app.programFolder, program + "/");
+  EXPECT_EQ(ctx.app.appPath, program) << "a writable program folder holds the settings";
+  EXPECT_EQ(ctx.app.hashListFolder, program + "/_hashlist/");
+  EXPECT_EQ(ctx.app.localIniPath, program + "/local.ini");
+  EXPECT_EQ(ctx.app.helpPath, program + "/RavelinHelp.pdf");
+  EXPECT_FALSE(ctx.device.onDevice);
+}
+
+TEST_F(StartupTest, APortableDeviceHoldsTheSettings) {
+  Start({}, {"U3_DEVICE_SERIAL=42", "U3_APP_DATA_PATH=/media/stick/data/"});
+  EXPECT_TRUE(ctx.device.onDevice);
+  EXPECT_EQ(ctx.app.appPath, "/media/stick/data");
+}
+
+// The engine is off and its box disabled when no ROBOCOPY program starts; a program of that name
+// on the search path makes it available.
+TEST_F(StartupTest, RobocopyProbeFollowsTheSearchPath) {
+  std::string oldPath = getenv("PATH") ? getenv("PATH") : "";
+  std::string bin = dir.MakeDir("bin");
+  setenv("PATH", bin.c_str(), 1);
+  Start();
+  EXPECT_FALSE(ctx.robocopyAvailable);
+  EXPECT_FALSE(ctx.settings.Robocopy);
+  EXPECT_FALSE(ctx.settings.enabled.Robocopy);
+
+  std::string tool = dir.WriteFile("bin/ROBOCOPY", "#!/bin/sh\nexit 16\n");
+  chmod(tool.c_str(), 0755);
+  RunContext again{dialogs, pump};
+  StartupInputs in;
+  in.programFolder = program;
+  Startup(again, in);
+  setenv("PATH", oldPath.c_str(), 1);
+  EXPECT_TRUE(again.robocopyAvailable);
+  EXPECT_TRUE(again.settings.enabled.Robocopy);
+}
+
+TEST_F(StartupTest, ASecondWindowProgramIsRefused) {
+  StartupResult first = Start({}, {}, true);
+  ASSERT_FALSE(first.endProgram);
+  ASSERT_TRUE(first.lock && first.lock->acquired());
+
+  RunContext second{dialogs, pump};
+  StartupInputs in;
+  in.programFolder = program;
+  in.singleInstance = true;
+  in.instanceLockFolder = dir / "run";
+  StartupResult r = Startup(second, in);
+  EXPECT_TRUE(r.endProgram);
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text, "Another instance of this application is already running.");
+  EXPECT_EQ(dialogs.shown[0].icon, Icon::Information);
+
+  // Once the first is gone, a new start takes the key.
+  first.lock.reset();
+  RunContext third{dialogs, pump};
+  EXPECT_FALSE(Startup(third, in).endProgram);
+}
+
+}  // namespace
+}  // namespace qr

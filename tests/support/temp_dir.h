@@ -1,0 +1,34 @@
+#pragma once
+// A fresh temporary folder per test, removed with everything in it afterwards.
+#include <string>
+#include <string_view>
+
+namespace qr::test {
+
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  // The folder, without a trailing separator.
+  const std::string& path() const { return path_; }
+  // path() + "/" + relative.
+  std::string operator/(std::string_view relative) const;
+  // Creates a file (and its folders) with the given bytes; returns its path.
+  std::string WriteFile(std::string_view relative, std::string_view bytes) const;
+  // Creates a folder (and its parents); returns its path.
+  std::string MakeDir(std::string_view relative) const;
+
+ private:
+  std::string path_;
+};
+
+// The bytes of a file, or an empty text when it can't be read.
+std::string ReadBytes(const std::string& path);
+// Tests run as root, which reads everything: a test of a denied permission runs its case as
+// user nobody (setpriv), and needs both to be possible.
+bool CanDropPrivileges();
+
+}  // namespace qr::test
