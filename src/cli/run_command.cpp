@@ -5,6 +5,7 @@
 #include <exception>
 
 #include "absolute_path.h"
+#include "jobdef/source_list.h"
 #include "platform/device_env.h"
 #include "platform/process.h"
 #include "run/run_context.h"
@@ -147,8 +148,10 @@ Options:
   --help, -h    show this text and exit
   --            every argument after it is a source
 
-Relative paths are made absolute against the current folder before use. An argument ending
-in .lsw or .rvj is a job file; job files are not accepted yet.
+Relative paths are made absolute against the current folder before use. Each source goes
+through the rules of the window's source list: a path that does not exist is reported and
+dropped, a folder inside a listed folder is refused. An argument ending in .lsw or .rvj is a
+job file; job files are not accepted yet.
 
 Message boxes are printed to standard error. Without --yes they are asked on the terminal;
 with no terminal on standard input a question is refused (No or Cancel) and a notice is
@@ -225,9 +228,10 @@ int RunCommand(const std::vector<std::string>& args, std::istream& in, std::ostr
       return kExitRefused;
     }
 
-    ctx.settings.Sources.insert(ctx.settings.Sources.end(), sources.begin(), sources.end());
+    // Target and log come first: adding a source may look at them, as reading a job does.
     ctx.settings.TargetPath = target;
     ctx.settings.LogPath = log;
+    for (std::string& source : sources) AddSource(ctx, source);
 
     ExecResult result = ExecCopy(ctx);
     out << "Outcome: " << OutcomeText(result.outcome) << "\n";

@@ -12,6 +12,7 @@
 #include <algorithm>
 
 #include "run/run_driver.h"
+#include "jobdef/source_list.h"
 #include "ui/main_window.h"
 
 namespace qr::gui {
@@ -124,7 +125,7 @@ void MainWindow::Refresh() {
 void MainWindow::AddClicked() {
   std::string folder = ctx_.dialogs.PickFolder("Add a Source Directory", "");
   if (folder.empty()) return;
-  ctx_.settings.Sources.push_back(folder);
+  AddSource(ctx_, folder);
   Refresh();
 }
 

@@ -111,6 +111,18 @@ TEST(RunnerRefusals, EachFailedCheckExits2WithItsMessage) {
   }
 }
 
+TEST(RunnerRefusals, AMissingSourceIsReportedAndDroppedNothingIsWritten) {
+  TempDir t;
+  Ran r = InProcess({"--yes", "--target", t / "out", "--log", t / "logs", t / "nowhere"});
+  EXPECT_EQ(r.status, kExitRefused);
+  EXPECT_TRUE(Has(r.err, t / "nowhere")) << r.err;
+  EXPECT_TRUE(Has(r.err, "The path you have specified cannot be found on this machine.")) << r.err;
+  // Dropped, the job has no source left: refused before any folder or file exists.
+  EXPECT_TRUE(Has(r.err, "You have to choose at least one source.")) << r.err;
+  EXPECT_FALSE(fs::exists(t / "out"));
+  EXPECT_FALSE(fs::exists(t / "logs"));
+}
+
 TEST(RunnerRefusals, WithoutATerminalTheJobNoticeIsRefused) {
   TempDir t;
   t.WriteFile("src/a.txt", "a");

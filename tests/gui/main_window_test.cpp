@@ -124,22 +124,24 @@ TEST_F(MainWindowTest, TypingInTheTargetCarriesTheLogAlongUntilTheyDisagree) {
 
 TEST_F(MainWindowTest, PickersFillSourcesTargetAndLogAndRemoveTakesTheSelection) {
   MainWindow w(ctx);
-  dialogs.picks = {"/src/one", "/src/two", "", "/src/three", "/target", "/logs"};
+  test::TempDir t;
+  const std::string one = t.MakeDir("one"), two = t.MakeDir("two"), three = t.MakeDir("three");
+  dialogs.picks = {one, two, "", three, "/target", "/logs"};
   QPushButton* add = w.findChild<QPushButton*>("cmdAdd");
   ASSERT_NE(add, nullptr);
   add->click();
   add->click();
   add->click();  // cancelled picker: nothing added
   add->click();
-  EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{"/src/one", "/src/two", "/src/three"}));
+  EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{one, two, three}));
   auto* list = w.findChild<QListWidget*>("lstSources");
   ASSERT_EQ(list->count(), 3);
-  EXPECT_EQ(list->item(2)->text(), "/src/three");
+  EXPECT_EQ(list->item(2)->text().toStdString(), three);
 
   list->item(0)->setSelected(true);
   list->item(2)->setSelected(true);
   w.findChild<QPushButton*>("cmdRemove")->click();
-  EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{"/src/two"}));
+  EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{two}));
   EXPECT_EQ(list->count(), 1);
 
   w.findChild<QPushButton*>("cmdBrowseTarget")->click();
@@ -147,6 +149,21 @@ TEST_F(MainWindowTest, PickersFillSourcesTargetAndLogAndRemoveTakesTheSelection)
   EXPECT_EQ(ctx.settings.TargetPath, "/target");
   EXPECT_EQ(ctx.settings.LogPath, "/logs");
   EXPECT_EQ(w.findChild<QLineEdit*>("txtLogPath")->text(), "/logs");
+}
+
+TEST_F(MainWindowTest, AddGoesThroughTheSourceListRules) {
+  MainWindow w(ctx);
+  test::TempDir t;
+  const std::string a = t.MakeDir("a"), inside = t.MakeDir("a/b");
+  dialogs.picks = {a, inside, t / "missing"};
+  QPushButton* add = w.findChild<QPushButton*>("cmdAdd");
+  add->click();
+  add->click();
+  add->click();
+  EXPECT_EQ(ctx.settings.Sources, std::vector<std::string>{a});
+  ASSERT_EQ(dialogs.shown.size(), 2u);
+  EXPECT_NE(dialogs.shown[0].text.find("This directory will not be added."), std::string::npos);
+  EXPECT_NE(dialogs.shown[1].text.find("cannot be found on this machine."), std::string::npos);
 }
 
 TEST_F(MainWindowTest, CaptionIsTheTitleTextAndFollowsTheCore) {
