@@ -5,7 +5,7 @@
 #include <ctime>
 #include <memory>
 
-#include "platform_test_helpers.h"
+#include "support/child_process.h"
 
 namespace qr {
 namespace {

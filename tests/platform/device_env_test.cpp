@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "platform_test_helpers.h"
+#include "support/child_process.h"
 
 namespace qr {
 namespace {

@@ -13,7 +13,7 @@
 #include <set>
 #include <sstream>
 
-#include "platform_test_helpers.h"
+#include "support/child_process.h"
 #include "support/temp_dir.h"
 
 namespace qr {

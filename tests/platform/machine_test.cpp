@@ -9,7 +9,7 @@
 
 #include <fstream>
 
-#include "platform_test_helpers.h"
+#include "support/child_process.h"
 #include "support/temp_dir.h"
 
 namespace qr {

@@ -15,7 +15,7 @@
 #include <cstring>
 #include <vector>
 
-#include "platform_test_helpers.h"
+#include "support/child_process.h"
 #include "support/temp_dir.h"
 
 namespace qr {

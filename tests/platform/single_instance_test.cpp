@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "platform/process.h"
-#include "platform_test_helpers.h"
+#include "support/child_process.h"
 #include "support/temp_dir.h"
 
 namespace qr {

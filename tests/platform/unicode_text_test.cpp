@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "platform_test_helpers.h"
+#include "support/child_process.h"
 #include "support/temp_dir.h"
 
 namespace qr {

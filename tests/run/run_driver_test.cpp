@@ -146,7 +146,7 @@ TEST_F(RunDriverTest, ACompletedRunLeavesItsRecordAndReport) {
   std::string record = ReadBytes(LogFile("_jobfile.rvj"));
   EXPECT_NE(record.find("[SRC]\t" + source + "\r\n[SRC]\t" + dir / "gone.txt" + "\r\n"),
             std::string::npos);
-  EXPECT_NE(record.find("[NUMFILES]\t0\r\n[JOBSIZE]\t0\r\n[LASTSRC]\t" + source +
+  EXPECT_NE(record.find("[NUMFILES]\t1\r\n[JOBSIZE]\t5\r\n[LASTSRC]\t" + source +
                         "\r\n[LASTSRC]\t" + dir / "gone.txt" + "\r\n"),
             std::string::npos);
   EXPECT_EQ(record.substr(record.size() - 2), "\r\n");
@@ -215,6 +215,7 @@ TEST_F(RunDriverTest, JobNoticeCarriesTheJobAndCancelLeaves) {
 }
 
 TEST_F(RunDriverTest, NoFilesMessageOnlyWhenEmptyFoldersAreNotCopied) {
+  ctx.settings.Sources = {dir.MakeDir("empty")};
   ctx.settings.CopyEmpties = true;
   Run();
   for (const auto& t : dialogs.Texts()) EXPECT_NE(t, "There were no files found to copy.");
@@ -247,7 +248,7 @@ TEST_F(RunDriverTest, ActivityLogHasABeginAndAnEndLine) {
                           ") (Logs=" + logs + ")");
   auto end = Split(lines[1], "\t");
   ASSERT_EQ(end.size(), 3u);
-  EXPECT_EQ(end[2], "Processing Completed (Errors=0) (FilesCopied=0/0) (BytesCopied=0/0) (Target=" +
+  EXPECT_EQ(end[2], "Processing Completed (Errors=0) (FilesCopied=0/1) (BytesCopied=0/5) (Target=" +
                         target + ") (Logs=" + logs + ")");
 }
 

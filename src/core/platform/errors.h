@@ -23,4 +23,9 @@ class RunError : public std::runtime_error {
 // From an errno value: the number is errno, the description strerror's text.
 RunError SystemError(int err);
 
+// The failures of a lookup that only mean "nothing for us here": nothing there, a file where a
+// folder was expected, no permission, a link loop, a name too long. Anything else is worth a
+// report.
+bool IsPlainAbsence(int err);
+
 }  // namespace qr

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/errors.h"
 #include "platform/find_data.h"
 #include "platform/like_match.h"
 #include "platform/paths.h"
@@ -16,22 +17,6 @@ namespace qr {
 namespace {
 
 constexpr std::string_view kShortNamePattern = "??????~#.???";
-
-// The failures that simply mean "no file here for us": nothing there, a file where a folder
-// was expected, no permission, a link loop, a name too long. Anything else is worth a report.
-bool IsPlainAbsence(int err) {
-  switch (err) {
-    case ENOENT:
-    case ENOTDIR:
-    case EACCES:
-    case EPERM:
-    case ELOOP:
-    case ENAMETOOLONG:
-      return true;
-    default:
-      return false;
-  }
-}
 
 }  // namespace
 

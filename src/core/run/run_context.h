@@ -1,8 +1,11 @@
 #pragma once
 // The live state of the program, owned for its whole life: the job's settings, counters and
 // paths, the start-up facts, the progress pane and the two seams to a person.
+#include <memory>
 #include <string>
 
+#include "jobdb/db_connection.h"
+#include "jobdb/job_database.h"
 #include "platform/device_env.h"
 #include "platform/dialogs.h"
 #include "platform/event_pump.h"
@@ -66,6 +69,10 @@ class RunContext : public Reporter {
   std::string extraText;
   // The number of the next _errors_N.log.
   int errorLogRunNumber = 1;
+  // The job database: one connection, absent between stages.
+  std::unique_ptr<DbConnection> db;
+  // Enumeration's inserts waiting for their transaction.
+  QueryBuffer queryBuffer;
   // On for a run whose Common Log path is set and passed its test.
   bool activityLogOn = false;
 

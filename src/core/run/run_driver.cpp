@@ -30,9 +30,9 @@ struct JobFileWriteFailure {
 };
 
 // Exists as a folder, or could be created with every missing level.
-bool FolderExistsOrCreated(const std::string& path) {
+bool FolderExistsOrCreated(RunContext& ctx, const std::string& path) {
   if (FileOrDirExists("", path)) return true;
-  CreateTargetDirs(path);
+  CreateTargetDirs(ctx, path, "");
   return FileOrDirExists("", path);
 }
 
@@ -51,19 +51,19 @@ std::optional<ExecResult> Validate(RunContext& ctx) {
   if (Trim(s.TargetPath).empty()) {
     return Refuse(ctx, "You have to choose a target path.", Icon::Information);
   }
-  if (!FolderExistsOrCreated(s.TargetPath)) {
+  if (!FolderExistsOrCreated(ctx, s.TargetPath)) {
     return Refuse(ctx,
                   "The target path you have chosen does not exist and could not be created.",
                   Icon::Critical);
   }
-  if (!FolderExistsOrCreated(s.LogPath)) {
+  if (!FolderExistsOrCreated(ctx, s.LogPath)) {
     return Refuse(ctx,
                   "The log file path you have chosen does not exist and could not be created.",
                   Icon::Critical);
   }
   bool commonLogOk = false;
   if (!Trim(s.CommonLogPath).empty()) {
-    if (!FolderExistsOrCreated(s.CommonLogPath)) {
+    if (!FolderExistsOrCreated(ctx, s.CommonLogPath)) {
       return Refuse(ctx, "The Common Log path does not exist and could not be created.",
                     Icon::Critical);
     }

@@ -1,5 +1,5 @@
 #pragma once
-// Shared by the platform tests: a reporter that records, an environment guard, and a way to run
+// Shared by the tests: a reporter that records, an environment guard, and a way to run
 // one case in a child process (as user nobody, or in a mount namespace of its own) and read back
 // what it saw.
 #include <fcntl.h>

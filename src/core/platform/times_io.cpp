@@ -1,0 +1,93 @@
+#include "platform/times_io.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include <cerrno>
+#include <cstdint>
+
+namespace qr {
+
+namespace {
+
+// The creation time of an NTFS volume as its drivers expose it: a FILETIME, little-endian.
+constexpr const char* kCreationAttribute = "system.ntfs_crtime";
+constexpr size_t kFileTimeBytes = 8;
+
+// The creation time kept in the attribute, false where the file system keeps none there.
+bool ReadCreationAttribute(const std::string& path, FileTime& out) {
+  unsigned char bytes[kFileTimeBytes] = {};
+  const ssize_t n = getxattr(path.c_str(), kCreationAttribute, bytes, sizeof bytes);
+  if (n != static_cast<ssize_t>(sizeof bytes)) return false;
+  out = 0;
+  for (size_t i = kFileTimeBytes; i-- > 0;) out = (out << 8) | bytes[i];
+  return true;
+}
+
+bool WriteCreationAttribute(const std::string& path, FileTime t) {
+  unsigned char bytes[kFileTimeBytes] = {};
+  for (size_t i = 0; i < kFileTimeBytes; ++i) {
+    bytes[i] = static_cast<unsigned char>(t & 0xFFu);
+    t >>= 8;
+  }
+  return setxattr(path.c_str(), kCreationAttribute, bytes, sizeof bytes, 0) == 0;
+}
+
+FileTime FromStatx(const struct statx_timestamp& ts) {
+  return FileTimeFromUnix(ts.tv_sec, ts.tv_nsec);
+}
+
+// The timespec for one member: UTIME_OMIT for zero ("leave as it is") and for a value the object
+// already carries at 100 ns resolution. Rewriting an equal value would cut the nanoseconds the
+// file system keeps below that resolution.
+struct timespec Wanted(FileTime wanted, FileTime current, bool& anything) {
+  struct timespec ts {};
+  if (wanted == 0 || wanted == current) {
+    ts.tv_nsec = UTIME_OMIT;
+    return ts;
+  }
+  int64_t seconds = 0;
+  uint32_t nanoseconds = 0;
+  UnixFromFileTime(wanted, seconds, nanoseconds);
+  ts.tv_sec = seconds;
+  ts.tv_nsec = nanoseconds;
+  anything = true;
+  return ts;
+}
+
+}  // namespace
+
+bool WriteFileTimes(const std::string& path, FileTime created, FileTime accessed, FileTime modified,
+                    int* error) {
+  struct statx st {};
+  if (statx(AT_FDCWD, path.c_str(), 0, STATX_ATIME | STATX_MTIME, &st) != 0) {
+    if (error != nullptr) *error = errno;
+    return false;
+  }
+  bool ok = true;
+  int err = 0;
+  bool anything = false;
+  const struct timespec ts[2] = {Wanted(accessed, FromStatx(st.stx_atime), anything),
+                                 Wanted(modified, FromStatx(st.stx_mtime), anything)};
+  // No write bit is needed: root and the owner may set any time, so no mode is ever touched.
+  if (anything && utimensat(AT_FDCWD, path.c_str(), ts, 0) != 0) {
+    ok = false;
+    err = errno;
+  }
+  FileTime currentCreation = 0;
+  if (created != 0 && ReadCreationAttribute(path, currentCreation) && currentCreation != created &&
+      !WriteCreationAttribute(path, created)) {
+    if (ok) err = errno;
+    ok = false;
+  }
+  if (!ok && error != nullptr) *error = err;
+  return ok;
+}
+
+bool CanSetCreationTime(const std::string& path) {
+  FileTime ignored = 0;
+  return ReadCreationAttribute(path, ignored);
+}
+
+}  // namespace qr

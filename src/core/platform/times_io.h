@@ -1,0 +1,19 @@
+#pragma once
+// Writing a file's or folder's times back. A member that is zero is left as it is, and so is a
+// member that already equals the value at 100 ns resolution: writing back the times just read
+// leaves the object bit-identical, nanoseconds included. Links are followed.
+#include <string>
+
+#include "platform/find_data.h"
+
+namespace qr {
+
+// Access and modification through utimensat; creation only where the file system can take one.
+// False when the object can't be reached or a write failed; errno in `error`.
+bool WriteFileTimes(const std::string& path, FileTime created, FileTime accessed,
+                    FileTime modified, int* error = nullptr);
+// True where the file system holding `path` can take a creation time (an NTFS volume through
+// its system.ntfs_crtime attribute). Most Linux file systems cannot.
+bool CanSetCreationTime(const std::string& path);
+
+}  // namespace qr

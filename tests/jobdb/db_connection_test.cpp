@@ -1,0 +1,153 @@
+#include "jobdb/db_connection.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "platform/errors.h"
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+using test::TempDir;
+
+class DbConnectionTest : public ::testing::Test {
+ protected:
+  TempDir dir;
+  std::string path = dir / "_job.sdb";
+};
+
+// The number and description a statement's failure carries.
+template <typename F>
+RunError FailureOf(F&& statement) {
+  try {
+    statement();
+  } catch (const RunError& e) {
+    return e;
+  }
+  ADD_FAILURE() << "the statement did not fail";
+  return RunError(0, "");
+}
+
+TEST_F(DbConnectionTest, OpenTellsDatabasesFromOtherFiles) {
+  DbConnection db;
+  EXPECT_FALSE(db.Open(path));
+  EXPECT_FALSE(std::filesystem::exists(path)) << "Open makes no file";
+
+  dir.WriteFile("_job.sdb", "this is a text file, long enough to hold a header of a database....");
+  EXPECT_FALSE(db.Open(path));
+  EXPECT_FALSE(db.IsOpen());
+
+  // An empty file is an empty database.
+  dir.WriteFile("_job.sdb", "");
+  EXPECT_TRUE(db.Open(path));
+  EXPECT_TRUE(db.IsOpen());
+}
+
+TEST_F(DbConnectionTest, CreateMakesADatabaseThatOtherConnectionsReadDuringATransaction) {
+  DbConnection writer;
+  ASSERT_TRUE(writer.Create(path));
+  writer.Execute("Create Table t(v text)");
+  writer.Execute("Insert into t(v) values('committed')");
+  EXPECT_EQ(writer.Query("PRAGMA journal_mode").Value(0, 0).Text(), "wal");
+
+  writer.Execute("BEGIN");
+  writer.Execute("Insert into t(v) values('pending')");
+  DbConnection reader;
+  ASSERT_TRUE(reader.Open(path));
+  EXPECT_EQ(reader.Query("Select count(*) as n from t").Field("n").Int64(), 1)
+      << "a reader sees the committed rows while the writer's transaction is open";
+  writer.Execute("COMMIT");
+  EXPECT_EQ(reader.Query("Select count(*) as n from t").Field("n").Int64(), 2);
+}
+
+TEST_F(DbConnectionTest, FailuresCarrySqliteNumberAndMessage) {
+  DbConnection db;
+  ASSERT_TRUE(db.Create(path));
+  RunError e = FailureOf([&] { db.Execute("Insert into nowhere values(1)"); });
+  EXPECT_EQ(e.number(), 1);
+  EXPECT_EQ(e.description(), "no such table: nowhere");
+  e = FailureOf([&] { db.Query("Select * from nowhere"); });
+  EXPECT_EQ(e.description(), "no such table: nowhere");
+
+  // A statement on a connection whose open failed says why the file did not open.
+  DbConnection lost;
+  EXPECT_FALSE(lost.Create(dir / "no-such-folder/_job.sdb"));
+  e = FailureOf([&] { lost.Execute("BEGIN"); });
+  EXPECT_EQ(e.number(), 14);
+  EXPECT_EQ(e.description(), "unable to open database file");
+  EXPECT_EQ(lost.LastSystemError(), ENOENT);
+
+  DbConnection never;
+  EXPECT_NE(FailureOf([&] { never.Query("Select 1"); }).number(), 0);
+}
+
+TEST_F(DbConnectionTest, ResultSetsReadByNameAndByPosition) {
+  DbConnection db;
+  ASSERT_TRUE(db.Create(path));
+  db.Execute("Create Table t(k INTEGER PRIMARY KEY, r real, s text, n text)");
+  db.Execute("Insert into t(r, s, n) values(2.5, 'x''y', NULL)");
+  db.Execute("Insert into t(r, s, n) values(4294967296.0, 'é', 'z')");
+
+  ResultSet rs = db.Query("Select k, r, s, n from t order by k");
+  ASSERT_EQ(rs.RowCount(), 2);
+  EXPECT_EQ(rs.ColumnCount(), 4);
+  std::vector<std::string> seen;
+  for (rs.MoveFirst(); !rs.Eof(); rs.MoveNext()) {
+    EXPECT_EQ(rs.FieldCount(), 4);
+    seen.push_back(rs.Field("K").Text() + "|" + rs.Field("r").Text() + "|" + rs.Field("S").Text() +
+                   "|" + rs.Field("n").Text());
+  }
+  EXPECT_EQ(seen, (std::vector<std::string>{"1|2.5|x'y|", "2|4294967296|é|z"}));
+  EXPECT_EQ(rs.FieldCount(), 0) << "past the last row";
+  EXPECT_TRUE(rs.Value(0, 3).IsNull());
+  EXPECT_EQ(rs.Value(1, 2).Text(), "é");
+  EXPECT_THROW(rs.Value(2, 0), RunError);
+  rs.MoveFirst();
+  EXPECT_THROW(rs.Field("missing"), RunError);
+
+  ResultSet none = db.Query("Select * from t where k = 99");
+  EXPECT_EQ(none.RowCount(), 0);
+  EXPECT_TRUE(none.Eof());
+  EXPECT_EQ(none.FieldCount(), 0);
+  EXPECT_EQ(none.ColumnCount(), 4) << "the columns are known without rows";
+}
+
+TEST(DbValueTest, ConvertsNumbersAndTextsAsTheColumnsNeed) {
+  EXPECT_EQ(DbValue(std::string("-2147483648")).Int32(), INT32_MIN);
+  EXPECT_EQ(DbValue(int64_t{2147483647}).Int32(), INT32_MAX);
+  EXPECT_EQ(DbValue(std::string(" 12 ")).Int32(), 12);
+  EXPECT_EQ(DbValue().Int32(), 0);
+  EXPECT_DOUBLE_EQ(DbValue(std::string("1e+15")).Number(), 1e15);
+  EXPECT_EQ(DbValue(std::string("9223372036854775807")).Int64(), INT64_MAX)
+      << "keys keep every digit";
+  EXPECT_EQ(DbValue(8589934592.0).Int64(), 8589934592);
+
+  EXPECT_TRUE(DbValue(std::string("-3.5")).IsNumeric());
+  EXPECT_FALSE(DbValue(std::string("")).IsNumeric());
+  EXPECT_FALSE(DbValue(std::string("0x10")).IsNumeric());
+  EXPECT_FALSE(DbValue(std::string("inf")).IsNumeric());
+
+  for (const auto& v : {DbValue(std::string("2147483648")), DbValue(int64_t{-2147483649}),
+                        DbValue(3e9), DbValue(1e300)}) {
+    RunError e = FailureOf([&] { v.Int32(); });
+    EXPECT_EQ(e.number(), 6);
+    EXPECT_EQ(e.description(), "Overflow");
+  }
+  for (const auto& text : {"abc", "", "1.2.3", "12a"}) {
+    RunError e = FailureOf([&] { DbValue(std::string(text)).Number(); });
+    EXPECT_EQ(e.number(), 13) << text;
+    EXPECT_EQ(e.description(), "Type mismatch");
+  }
+}
+
+TEST(SqlQuoteTest, DoublesSingleQuotesOnly) {
+  EXPECT_EQ(SqlQuote(""), "''");
+  EXPECT_EQ(SqlQuote("it's a \"test\""), "'it''s a \"test\"'");
+  EXPECT_EQ(SqlQuote("''"), "''''''");
+}
+
+}  // namespace
+}  // namespace qr
