@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(build-essential cmake qt6-base-dev libgl-dev libsqlite3-dev libssl-dev
-          libgtest-dev googletest libbenchmark-dev util-linux)
+          libgtest-dev googletest libbenchmark-dev util-linux time)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -9,5 +9,6 @@
 int main(int argc, char** argv) {
   qr::cli::InstallInterruptHandler();
   std::vector<std::string> args(argv + 1, argv + argc);
-  return qr::cli::RunCommand(args, std::cin, std::cout, std::cerr, isatty(STDIN_FILENO) != 0);
+  return qr::cli::RunCommand(args, std::cin, std::cout, std::cerr, isatty(STDIN_FILENO) != 0,
+                             isatty(STDERR_FILENO) != 0 ? STDERR_FILENO : -1);
 }

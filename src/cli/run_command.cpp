@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <exception>
 
 #include "absolute_path.h"
@@ -9,6 +10,7 @@
 #include "platform/device_env.h"
 #include "platform/process.h"
 #include "run/run_context.h"
+#include "run/report.h"
 #include "run/run_driver.h"
 #include "run/startup.h"
 #include "terminal_dialogs.h"
@@ -155,9 +157,21 @@ job file; job files are not accepted yet.
 
 Message boxes are printed to standard error. Without --yes they are asked on the terminal;
 with no terminal on standard input a question is refused (No or Cancel) and a notice is
-taken as read (OK); input boxes and pickers get no answer. Ctrl-C asks the run to stop after
-the file in hand; a second Ctrl-C ends the program at once. The runner never saves options
+taken as read (OK); input boxes and pickers get no answer. The runner never saves options
 back to the settings files.
+
+While a run works, and only when standard error is a terminal, one line there shows the
+files and MB done of all, the elapsed time, the estimated time left and the current file.
+It is redrawn in place up to four times a second and erased before any message box and
+before the summary.
+
+At the end of a run that ran, completed or cancelled, standard output gets the run's report
+(the text of its closing message box), then a line "Outcome: ...". A refused job prints the
+outcome only.
+
+Ctrl-C stops the run as the Cancel button does: the file in hand is finished, no other file
+is started, the report begins "The process has been canceled." and the exit status is 3. A
+second Ctrl-C ends the program at once.
 
 Exit status:
   0   done without errors
@@ -169,8 +183,11 @@ Exit status:
 }
 
 void CliEventPump::Pump() {
-  if (interrupted_ != 0 && counters_ != nullptr) counters_->CancelRequested = true;
+  if (interrupted_ != 0 && ctx_ != nullptr) ctx_->counters.CancelRequested = true;
   ReapAbandonedChildren();
+  if (line_ != nullptr && ctx_ != nullptr) {
+    line_->Refresh(*ctx_, std::chrono::steady_clock::now());
+  }
 }
 
 volatile std::sig_atomic_t& InterruptFlag() { return g_interrupted; }
@@ -185,7 +202,7 @@ void InstallInterruptHandler() {
 }
 
 int RunCommand(const std::vector<std::string>& args, std::istream& in, std::ostream& out,
-               std::ostream& err, bool stdinIsTerminal) {
+               std::ostream& err, bool stdinIsTerminal, int errTerminalFd) {
   std::string error;
   std::optional<CommandLine> cl = ParseCommandLine(args, error);
   if (!cl) {
@@ -211,10 +228,11 @@ int RunCommand(const std::vector<std::string>& args, std::istream& in, std::ostr
     }
   }
 
-  TerminalDialogs dialogs(in, err, cl->yes, stdinIsTerminal);
-  CliEventPump pump(InterruptFlag());
+  ProgressLine line(err, errTerminalFd);
+  TerminalDialogs dialogs(in, err, cl->yes, stdinIsTerminal, &line);
+  CliEventPump pump(InterruptFlag(), &line);
   RunContext ctx(dialogs, pump);
-  pump.Attach(ctx.counters);
+  pump.Attach(ctx);
 
   try {
     StartupInputs inputs;
@@ -234,15 +252,31 @@ int RunCommand(const std::vector<std::string>& args, std::istream& in, std::ostr
     for (std::string& source : sources) AddSource(ctx, source);
 
     ExecResult result = ExecCopy(ctx);
-    out << "Outcome: " << OutcomeText(result.outcome) << "\n";
-    if (result.outcome != ExecOutcome::Refused) {
-      out << "Files copied: " << ctx.counters.FilesProcessed << " of " << ctx.counters.TotalFiles
-          << "\n"
-          << "Errors: " << ctx.counters.ErrorCount << "\n";
+    // Standard output and error are often the same terminal: the summary starts on a clean line.
+    line.Erase();
+    const RunCounters& c = ctx.counters;
+    switch (result.outcome) {
+      case ExecOutcome::Completed:
+      case ExecOutcome::Cancelled:
+        // The run's own report, as its message box and tally.txt word it; the cancel request
+        // itself is cleared at the close-down, so the outcome says which report it was.
+        out << TerminalText(BuildReportText(c, result.outcome == ExecOutcome::Cancelled))
+            << "\nOutcome: " << OutcomeText(result.outcome) << "\n";
+        break;
+      case ExecOutcome::Aborted:
+        // No report exists for a run a handler ended: the counters as they stood.
+        out << "Outcome: " << OutcomeText(result.outcome) << "\n"
+            << "Files copied: " << c.FilesProcessed << " of " << c.TotalFiles << "\n"
+            << "Errors: " << c.ErrorCount << "\n";
+        break;
+      case ExecOutcome::Refused:
+        out << "Outcome: " << OutcomeText(result.outcome) << "\n";
+        break;
     }
-    return ExitStatus(result.outcome, ctx.counters);
+    return ExitStatus(result.outcome, c);
   } catch (const std::exception& e) {
     // A failure that escaped every handler of the core: report it rather than die unexplained.
+    line.Erase();
     err << "ravelin-run: " << e.what() << "\n";
     out << "Outcome: " << OutcomeText(ExecOutcome::Aborted) << "\n";
     return kExitDoneWithErrors;

@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "platform/event_pump.h"
+#include "progress_line.h"
 #include "run/job_settings.h"
+#include "run/run_context.h"
 
 namespace qr::cli {
 
@@ -36,18 +38,20 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& args
 
 std::string UsageText();
 
-// The pump of the headless runner: a Ctrl-C becomes a cancel request, and children the run
-// stopped waiting for are reaped. It prints nothing.
+// The pump of the headless runner: a Ctrl-C becomes a cancel request, as the Cancel button
+// does; children the run stopped waiting for are reaped; and the progress line, if there is
+// one, is redrawn. Without a line it prints nothing.
 class CliEventPump : public EventPump {
  public:
-  explicit CliEventPump(const volatile std::sig_atomic_t& interrupted)
-      : interrupted_(interrupted) {}
-  void Attach(RunCounters& counters) { counters_ = &counters; }
+  explicit CliEventPump(const volatile std::sig_atomic_t& interrupted, ProgressLine* line = nullptr)
+      : interrupted_(interrupted), line_(line) {}
+  void Attach(RunContext& ctx) { ctx_ = &ctx; }
   void Pump() override;
 
  private:
   const volatile std::sig_atomic_t& interrupted_;
-  RunCounters* counters_ = nullptr;
+  ProgressLine* line_;
+  RunContext* ctx_ = nullptr;
 };
 
 // Set by the SIGINT handler; stays set for the rest of the process.
@@ -56,8 +60,9 @@ volatile std::sig_atomic_t& InterruptFlag();
 // signal back to its default, so a second Ctrl-C ends the program at once.
 void InstallInterruptHandler();
 
-// `args` without the program name. Returns the exit status.
+// `args` without the program name. Returns the exit status. `errTerminalFd` is the terminal
+// behind `err` for the live progress line, -1 when `err` is not a terminal (no line at all).
 int RunCommand(const std::vector<std::string>& args, std::istream& in, std::ostream& out,
-               std::ostream& err, bool stdinIsTerminal);
+               std::ostream& err, bool stdinIsTerminal, int errTerminalFd = -1);
 
 }  // namespace qr::cli

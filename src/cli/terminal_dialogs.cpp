@@ -64,6 +64,7 @@ std::string TerminalText(const std::string& text) {
 }
 
 void TerminalDialogs::PrintHeader(const std::string& title, Icon icon) {
+  if (line_ != nullptr) line_->Erase();
   err_ << "--- " << title;
   const char* label = IconLabel(icon);
   if (*label != '\0') err_ << " (" << label << ")";

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/dialogs.h"
+#include "progress_line.h"
 
 namespace qr::cli {
 
@@ -17,8 +18,11 @@ class TerminalDialogs : public Dialogs {
  public:
   // `assumeYes`: message boxes take their affirmative button without asking.
   // `interactive`: `in` is a terminal with a person behind it.
-  TerminalDialogs(std::istream& in, std::ostream& err, bool assumeYes, bool interactive)
-      : in_(in), err_(err), assumeYes_(assumeYes), interactive_(interactive) {}
+  // `line`: the progress line on the same stream, erased before each box so that the two
+  // never share a line.
+  TerminalDialogs(std::istream& in, std::ostream& err, bool assumeYes, bool interactive,
+                  ProgressLine* line = nullptr)
+      : in_(in), err_(err), assumeYes_(assumeYes), interactive_(interactive), line_(line) {}
 
   Answer MessageBox(const std::string& text, const std::string& title, Icon icon,
                     Buttons buttons) override;
@@ -40,6 +44,7 @@ class TerminalDialogs : public Dialogs {
   std::ostream& err_;
   bool assumeYes_;
   bool interactive_;
+  ProgressLine* line_;
 };
 
 }  // namespace qr::cli

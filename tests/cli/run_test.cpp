@@ -1,13 +1,19 @@
 // Whole runs of the runner, in-process and as the built program, on real temporary folders.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
+#include <functional>
 #include <sstream>
 
+#include "progress_line.h"
+#include "pseudo_terminal.h"
 #include "run_command.h"
+#include "support/child_process.h"
 #include "support/temp_dir.h"
 
 namespace qr::cli {
@@ -35,8 +41,11 @@ Ran InProcess(const std::vector<std::string>& args, const std::string& typed = "
 }
 
 // The built program in `cwd`, standard input on /dev/null (no terminal).
-Ran Binary(const std::vector<std::string>& args, const std::string& cwd) {
+// The built program in `cwd`, standard input on /dev/null (no terminal); `asNobody` drops to
+// user nobody first, since tests run as root, which reads everything.
+Ran Binary(const std::vector<std::string>& args, const std::string& cwd, bool asNobody = false) {
   TempDir io;
+  if (asNobody) chmod(io.path().c_str(), 0777);
   const std::string outPath = io / "out", errPath = io / "err";
   pid_t pid = fork();
   if (pid == 0) {
@@ -47,6 +56,7 @@ Ran Binary(const std::vector<std::string>& args, const std::string& cwd) {
     dup2(devNull, 0);
     dup2(o, 1);
     dup2(e, 2);
+    if (asNobody && !test::BecomeNobody()) _exit(test::kChildCannotSetUp);
     std::vector<char*> argv;
     std::string program = RAVELIN_RUN_BINARY;
     argv.push_back(program.data());
@@ -61,6 +71,47 @@ Ran Binary(const std::vector<std::string>& args, const std::string& cwd) {
   if (pid > 0 && waitpid(pid, &ws, 0) == pid && WIFEXITED(ws)) r.status = WEXITSTATUS(ws);
   r.out = ReadBytes(outPath);
   r.err = ReadBytes(errPath);
+  return r;
+}
+
+// The built program in `cwd` with standard error on the terminal `tty` and standard output in
+// a file. `watch` sees the terminal's text as it grows, with the child's id, until it exits.
+Ran BinaryOnTerminal(const std::vector<std::string>& args, const std::string& cwd,
+                     test::PseudoTerminal& tty,
+                     const std::function<void(const std::string&, pid_t)>& watch = {}) {
+  TempDir io;
+  const std::string outPath = io / "out";
+  pid_t pid = fork();
+  if (pid == 0) {
+    int devNull = open("/dev/null", O_RDONLY);
+    int o = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (devNull < 0 || o < 0 || chdir(cwd.c_str()) != 0) _exit(127);
+    dup2(devNull, 0);
+    dup2(o, 1);
+    dup2(tty.slave(), 2);
+    std::vector<char*> argv;
+    std::string program = RAVELIN_RUN_BINARY;
+    argv.push_back(program.data());
+    std::vector<std::string> copy = args;
+    for (std::string& a : copy) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    execv(program.c_str(), argv.data());
+    _exit(127);
+  }
+  tty.CloseSlave();  // the child holds the only writer: its end shows as the end of the text
+  Ran r;
+  int ws = 0;
+  bool exited = false;
+  while (pid > 0 && !exited) {
+    // Keep reading while it runs, so that a full terminal never holds the program up.
+    tty.ReadInto(r.err, 20);
+    if (watch) watch(r.err, pid);
+    exited = waitpid(pid, &ws, WNOHANG) == pid;
+  }
+  while (tty.ReadInto(r.err, 100) && r.err.size() < (1u << 24)) {
+  }
+  if (exited && WIFEXITED(ws)) r.status = WEXITSTATUS(ws);
+  r.out = ReadBytes(outPath);
   return r;
 }
 
@@ -178,6 +229,24 @@ TEST(RunnerRuns, WithoutLogTheJobsOutputsGoToTheTarget) {
   EXPECT_TRUE(Has(record, "[JPATH]\t" + (t / "out") + "\r\n")) << record;
 }
 
+TEST(RunnerRuns, AnUnreadableSourceIsRecordedAndTheRunEndsWithErrors) {
+  if (!test::CanBecomeNobody()) GTEST_SKIP() << "needs root to run the case as user nobody";
+  TempDir t;
+  chmod(t.path().c_str(), 0777);
+  t.WriteFile("src/readable.txt", "r");
+  std::string closed = t.WriteFile("src/closed.txt", "secret");
+  chmod((t / "src").c_str(), 0755);
+  chmod((t / "src/readable.txt").c_str(), 0644);
+  chmod(closed.c_str(), 0600);  // root's own; nobody can't read it
+  Ran r = Binary({"--yes", "--target", "out", "--log", "logs", "src"}, t.path(), true);
+  ASSERT_NE(r.status, test::kChildCannotSetUp) << "could not become nobody";
+  EXPECT_EQ(r.status, kExitDoneWithErrors) << r.err;
+  EXPECT_TRUE(Has(r.out, "Errors: 1")) << r.out;
+  EXPECT_EQ(ReadBytes(t / "out/src/readable.txt"), "r");
+  EXPECT_FALSE(fs::exists(t / "out/src/closed.txt"));
+  EXPECT_EQ(ReadBytes(closed), "secret");
+}
+
 TEST(RunnerRefusals, AnExistingDatabaseIsAQuestionThatNobodyAnswersYes) {
   TempDir t;
   t.WriteFile("src/a.txt", "alpha");
@@ -192,6 +261,128 @@ TEST(RunnerRefusals, AnExistingDatabaseIsAQuestionThatNobodyAnswersYes) {
   // Refused at the first question: the job notice never came, no job record was written.
   EXPECT_FALSE(Has(refused.err, "Please close all applications")) << refused.err;
   EXPECT_FALSE(fs::exists(t / "out/_jobfile.rvj"));
+}
+
+// The report as the runner prints it, CR LF made plain, up to its elapsed time.
+std::string ReportHead(const std::string& first, const std::string& files,
+                       const std::string& bytes) {
+  return first + "\n\nFiles copied: " + files + "\nBytes copied: " + bytes +
+         "\nErrors: 0\n\nTime Elapsed: 00:00:00:";
+}
+
+TEST(RunnerOutput, TheRunsReportGoesToStandardOutputThenTheOutcome) {
+  TempDir t;
+  t.WriteFile("src/a.txt", "alpha");
+  t.WriteFile("src/sub/b.bin", std::string(3000, 'x'));
+  Ran r = InProcess({"--yes", "--target", t / "out", "--log", t / "logs", t / "src"});
+  ASSERT_EQ(r.status, kExitDone) << r.err;
+  EXPECT_TRUE(r.out.starts_with(
+      ReportHead("The process has completed successfully.", "2 of 2", "3005 of 3005")))
+      << r.out;
+  EXPECT_TRUE(r.out.ends_with("\n\nOutcome: completed\n")) << r.out;
+  EXPECT_EQ(r.out.find('\r'), std::string::npos) << "CR LF is shown as a plain line end";
+  // The report box itself still goes to standard error, as every box does.
+  EXPECT_TRUE(Has(r.err, "\nThe process has completed successfully.\n")) << r.err;
+
+  // With -silent there is no box, and the report on standard output is all there is.
+  TempDir u;
+  u.WriteFile("src/a.txt", "alpha");
+  Ran silent = InProcess({"--silent", "--target", u / "out", u / "src"});
+  ASSERT_EQ(silent.status, kExitDone) << silent.err;
+  EXPECT_TRUE(silent.out.starts_with(
+      ReportHead("The process has completed successfully.", "1 of 1", "5 of 5")))
+      << silent.out;
+  EXPECT_FALSE(Has(silent.err, "The process has")) << silent.err;
+}
+
+TEST(RunnerOutput, WithoutATerminalOnStandardErrorThereIsNoProgressLine) {
+  TempDir t;
+  for (int i = 0; i < 50; ++i) t.WriteFile("src/f" + std::to_string(i), std::string(100, 'x'));
+  Ran r = Binary({"--yes", "--target", "out", "src"}, t.path());
+  ASSERT_EQ(r.status, kExitDone) << r.err;
+  EXPECT_EQ(r.err.find('\r'), std::string::npos) << r.err;
+  EXPECT_EQ(r.err.find('\x1b'), std::string::npos) << r.err;
+  EXPECT_FALSE(Has(r.err, "| Elapsed ")) << r.err;
+  EXPECT_TRUE(r.out.starts_with(
+      ReportHead("The process has completed successfully.", "50 of 50", "5000 of 5000")))
+      << r.out;
+}
+
+TEST(RunnerOutput, AtATerminalTheLineFitsAndIsErasedBeforeBoxesAndTheSummary) {
+  TempDir t;
+  t.WriteFile("src/" + std::string(150, 'n') + ".txt", "long name");
+  test::PseudoTerminal tty(50);
+  ASSERT_TRUE(tty.ok());
+  Ran r = BinaryOnTerminal({"--yes", "--target", "out", "src"}, t.path(), tty);
+  ASSERT_EQ(r.status, kExitDone) << r.err;
+
+  // Drawn at least once, every drawing within 49 columns.
+  size_t drawings = 0;
+  for (size_t end = r.err.find("\x1b[K"); end != std::string::npos;
+       end = r.err.find("\x1b[K", end + 1)) {
+    const size_t start = r.err.rfind('\r', end);
+    ASSERT_NE(start, std::string::npos);
+    const std::string text = r.err.substr(start + 1, end - start - 1);
+    EXPECT_LE(DisplayWidth(text), 49) << text;
+    if (!text.empty()) ++drawings;
+  }
+  EXPECT_GE(drawings, 1u) << r.err;
+  // The closing box starts on a cleared line, and nothing is drawn after it.
+  const size_t box = r.err.rfind("--- Quillon Ravelin 2.2 Rover Edition (information) ---");
+  ASSERT_NE(box, std::string::npos) << r.err;
+  EXPECT_EQ(r.err.substr(box - 4, 4), "\r\x1b[K") << r.err;
+  EXPECT_EQ(r.err.find("\x1b[K", box), std::string::npos) << r.err;
+  EXPECT_EQ(r.out.find('\x1b'), std::string::npos) << r.out;
+  EXPECT_TRUE(Has(r.out, "Outcome: completed\n")) << r.out;
+}
+
+TEST(RunnerCancel, ACtrlCBeforeTheRunCancelsItAsTheCancelButtonDoes) {
+  TempDir t;
+  for (int i = 0; i < 20; ++i) t.WriteFile("src/f" + std::to_string(i), "x");
+  InterruptFlag() = 1;
+  Ran r = InProcess({"--yes", "--target", t / "out", "--log", t / "logs", t / "src"});
+  InterruptFlag() = 0;
+  EXPECT_EQ(r.status, kExitCancelled) << r.err;
+  EXPECT_TRUE(r.out.starts_with("The process has been canceled.\n\nFiles copied: ")) << r.out;
+  EXPECT_TRUE(r.out.ends_with("\nOutcome: cancelled\n")) << r.out;
+  size_t copied = 0;
+  if (fs::exists(t / "out/src")) {
+    for (const auto& e : fs::recursive_directory_iterator(t / "out/src")) {
+      if (e.is_regular_file()) ++copied;
+    }
+  }
+  EXPECT_LT(copied, 20u) << "the queue went on after the cancel";
+}
+
+TEST(RunnerCancel, CtrlCDuringCopyingFinishesTheFileInHandAndStopsTheQueue) {
+  TempDir t;
+  constexpr int kFiles = 4000;
+  for (int i = 0; i < kFiles; ++i) {
+    t.WriteFile("src/d" + std::to_string(i % 4) + "/f" + std::to_string(i), "some bytes");
+  }
+  test::PseudoTerminal tty(100);
+  ASSERT_TRUE(tty.ok());
+  bool sent = false;
+  // The copying has begun once the line counts files: press Ctrl-C then.
+  Ran r = BinaryOnTerminal({"--yes", "--target", "out", "--log", "logs", "src"}, t.path(), tty,
+                           [&](const std::string& err, pid_t pid) {
+                             if (!sent && Has(err, "Files ")) {
+                               kill(pid, SIGINT);
+                               sent = true;
+                             }
+                           });
+  ASSERT_TRUE(sent) << "the copying was never seen on the line\n" << r.err;
+  EXPECT_EQ(r.status, kExitCancelled) << r.err;
+  EXPECT_TRUE(Has(r.err, "ravelin-run: cancelling after the file in hand")) << r.err;
+  EXPECT_TRUE(r.out.starts_with("The process has been canceled.\n\nFiles copied: ")) << r.out;
+  EXPECT_TRUE(r.out.ends_with("\nOutcome: cancelled\n")) << r.out;
+  EXPECT_FALSE(Has(r.out, "Files copied: 4000 of 4000")) << r.out;
+  // Every file copied is whole: the one in hand was finished, not cut off.
+  for (const auto& e : fs::recursive_directory_iterator(t / "out")) {
+    if (e.is_regular_file() && e.path().filename().string().starts_with("f")) {
+      EXPECT_EQ(ReadBytes(e.path().string()), "some bytes") << e.path();
+    }
+  }
 }
 
 }  // namespace

@@ -172,10 +172,14 @@ TEST(TerminalDialogs, InputBoxesAndPickersAskAtATerminal) {
 
 TEST(CliEventPump, ACtrlCBecomesACancelRequestAtTheNextPump) {
   volatile std::sig_atomic_t flag = 0;
-  RunCounters counters;
+  std::istringstream in;
+  std::ostringstream err;
+  TerminalDialogs dialogs(in, err, true, false);
   CliEventPump pump(flag);
+  RunContext ctx(dialogs, pump);
+  RunCounters& counters = ctx.counters;
   pump.Pump();  // not attached yet: nothing to set, and no crash
-  pump.Attach(counters);
+  pump.Attach(ctx);
   pump.Pump();
   EXPECT_FALSE(counters.CancelRequested);
   flag = 1;

@@ -48,16 +48,6 @@ struct Fingerprint {
   }
 };
 
-// The bytes, read without moving the access time (the test must not disturb what it checks).
-std::string ReadQuietly(const std::string& path) {
-  int fd = open(path.c_str(), O_RDONLY | O_NOATIME | O_CLOEXEC);
-  std::string bytes;
-  char buf[65536];
-  ssize_t n = 0;
-  while (fd >= 0 && (n = read(fd, buf, sizeof buf)) > 0) bytes.append(buf, static_cast<size_t>(n));
-  if (fd >= 0) close(fd);
-  return bytes;
-}
 
 std::map<std::string, Fingerprint> FingerprintTree(const std::string& root) {
   std::map<std::string, Fingerprint> out;
@@ -68,7 +58,7 @@ std::map<std::string, Fingerprint> FingerprintTree(const std::string& root) {
   for (const auto& p : paths) {
     struct statx st {};
     statx(AT_FDCWD, p.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS, &st);
-    std::string bytes = S_ISREG(st.stx_mode) ? ReadQuietly(p) : std::string();
+    std::string bytes = S_ISREG(st.stx_mode) ? test::ReadBytesQuietly(p) : std::string();
     out[p] = {st.stx_mode, st.stx_atime, st.stx_mtime, bytes};
   }
   return out;

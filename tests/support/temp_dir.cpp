@@ -1,5 +1,7 @@
 #include "support/temp_dir.h"
 
+#include <fcntl.h>
+#include <openssl/evp.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -54,6 +56,29 @@ std::string ReadBytes(const std::string& path) {
   std::ostringstream ss;
   ss << in.rdbuf();
   return ss.str();
+}
+
+std::string ReadBytesQuietly(const std::string& path) {
+  int fd = open(path.c_str(), O_RDONLY | O_NOATIME | O_CLOEXEC);
+  std::string bytes;
+  char buf[65536];
+  ssize_t n = 0;
+  while (fd >= 0 && (n = read(fd, buf, sizeof buf)) > 0) bytes.append(buf, static_cast<size_t>(n));
+  if (fd >= 0) close(fd);
+  return bytes;
+}
+
+std::string Md5Of(const std::string& bytes) {
+  unsigned char md[EVP_MAX_MD_SIZE];
+  unsigned int n = 0;
+  EVP_Digest(bytes.data(), bytes.size(), md, &n, EVP_md5(), nullptr);
+  static const char kHex[] = "0123456789abcdef";
+  std::string out;
+  for (unsigned int i = 0; i < n; ++i) {
+    out += kHex[md[i] >> 4];
+    out += kHex[md[i] & 15];
+  }
+  return out;
 }
 
 bool CanDropPrivileges() { return geteuid() == 0 && std::system("command -v setpriv >/dev/null") == 0; }

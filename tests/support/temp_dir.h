@@ -27,6 +27,10 @@ class TempDir {
 
 // The bytes of a file, or an empty text when it can't be read.
 std::string ReadBytes(const std::string& path);
+// The same, read without moving the file's access time: a test must not disturb what it checks.
+std::string ReadBytesQuietly(const std::string& path);
+// The MD5 of bytes in memory, lower-case hex, through OpenSSL's one-shot call.
+std::string Md5Of(const std::string& bytes);
 // Tests run as root, which reads everything: a test of a denied permission runs its case as
 // user nobody (setpriv), and needs both to be possible.
 bool CanDropPrivileges();

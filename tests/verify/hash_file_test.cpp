@@ -35,19 +35,6 @@ std::string Pattern(size_t n) {
   return s;
 }
 
-// The digest of the bytes in memory, through OpenSSL's one-shot call.
-std::string Md5Of(const std::string& bytes) {
-  unsigned char md[EVP_MAX_MD_SIZE];
-  unsigned int n = 0;
-  EXPECT_EQ(EVP_Digest(bytes.data(), bytes.size(), md, &n, EVP_md5(), nullptr), 1);
-  static const char kHex[] = "0123456789abcdef";
-  std::string out;
-  for (unsigned int i = 0; i < n; ++i) {
-    out += kHex[md[i] >> 4];
-    out += kHex[md[i] & 15];
-  }
-  return out;
-}
 
 class HashFileTest : public ::testing::Test {
  protected:
@@ -85,24 +72,24 @@ TEST_F(HashFileTest, AnEmptyFileRunsNoPassAndLeavesTheBarAlone) {
 TEST_F(HashFileTest, ChunkBoundaries) {
   // Exactly one chunk: one pass and no pump, as the position then equals the size.
   std::string bytes = Pattern(kChunk);
-  EXPECT_EQ(HashFile(ctx, dir.WriteFile("one", bytes)), Md5Of(bytes));
+  EXPECT_EQ(HashFile(ctx, dir.WriteFile("one", bytes)), test::Md5Of(bytes));
   EXPECT_EQ(pump.pumps, 0);
 
   // One byte more: a second pass of one byte, with one pump between the two.
   bytes = Pattern(kChunk + 1);
-  EXPECT_EQ(HashFile(ctx, dir.WriteFile("two", bytes)), Md5Of(bytes));
+  EXPECT_EQ(HashFile(ctx, dir.WriteFile("two", bytes)), test::Md5Of(bytes));
   EXPECT_EQ(percents, std::vector<int>{100}) << "99.99996 % rounds to 100";
 
   // Two and a half chunks: the bar at 40 % and 80 %, never after the last pass.
   percents.clear();
   bytes = Pattern(kChunk * 5 / 2);
-  EXPECT_EQ(HashFile(ctx, dir.WriteFile("three", bytes)), Md5Of(bytes));
+  EXPECT_EQ(HashFile(ctx, dir.WriteFile("three", bytes)), test::Md5Of(bytes));
   EXPECT_EQ(percents, (std::vector<int>{40, 80}));
 
   // A small file is one pass of its own size.
   percents.clear();
   bytes = Pattern(1000);
-  EXPECT_EQ(HashFile(ctx, dir.WriteFile("small", bytes)), Md5Of(bytes));
+  EXPECT_EQ(HashFile(ctx, dir.WriteFile("small", bytes)), test::Md5Of(bytes));
   EXPECT_TRUE(percents.empty());
   EXPECT_TRUE(dialogs.shown.empty());
 }
@@ -132,7 +119,7 @@ TEST_F(HashFileTest, TheFilesTimesAreLeftExactlyAsTheyWere) {
   ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, 0), 0);
   const Stamps before = StampsOf(path);
 
-  EXPECT_EQ(HashFile(ctx, path), Md5Of(Pattern(kChunk + 5)));
+  EXPECT_EQ(HashFile(ctx, path), test::Md5Of(Pattern(kChunk + 5)));
 
   const Stamps after = StampsOf(path);
   EXPECT_TRUE(Same(before.atime, after.atime))

@@ -4,8 +4,11 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
+#include <sys/sysmacros.h>
+
 #include <cerrno>
 #include <cstdint>
+#include <map>
 
 namespace qr {
 
@@ -16,10 +19,13 @@ constexpr const char* kCreationAttribute = "system.ntfs_crtime";
 constexpr size_t kFileTimeBytes = 8;
 
 // The creation time kept in the attribute, false where the file system keeps none there.
-bool ReadCreationAttribute(const std::string& path, FileTime& out) {
+bool ReadCreationAttribute(const std::string& path, FileTime& out, int* error = nullptr) {
   unsigned char bytes[kFileTimeBytes] = {};
   const ssize_t n = getxattr(path.c_str(), kCreationAttribute, bytes, sizeof bytes);
-  if (n != static_cast<ssize_t>(sizeof bytes)) return false;
+  if (n != static_cast<ssize_t>(sizeof bytes)) {
+    if (error != nullptr) *error = n < 0 ? errno : 0;
+    return false;
+  }
   out = 0;
   for (size_t i = kFileTimeBytes; i-- > 0;) out = (out << 8) | bytes[i];
   return true;
@@ -56,6 +62,14 @@ struct timespec Wanted(FileTime wanted, FileTime current, bool& anything) {
   return ts;
 }
 
+// Whether a file system takes a creation time is a fact of the file system, not of each file:
+// a device that refused the attribute once is not asked again (times are written many times
+// for every file collected).
+std::map<uint64_t, bool>& DevicesWithoutCreationAttribute() {
+  static std::map<uint64_t, bool> devices;
+  return devices;
+}
+
 }  // namespace
 
 bool WriteFileTimes(const std::string& path, FileTime created, FileTime accessed, FileTime modified,
@@ -75,11 +89,17 @@ bool WriteFileTimes(const std::string& path, FileTime created, FileTime accessed
     ok = false;
     err = errno;
   }
+  const uint64_t device = makedev(st.stx_dev_major, st.stx_dev_minor);
+  bool& without = DevicesWithoutCreationAttribute()[device];
   FileTime currentCreation = 0;
-  if (created != 0 && ReadCreationAttribute(path, currentCreation) && currentCreation != created &&
-      !WriteCreationAttribute(path, created)) {
-    if (ok) err = errno;
-    ok = false;
+  int readError = 0;
+  if (created != 0 && !without) {
+    if (!ReadCreationAttribute(path, currentCreation, &readError)) {
+      if (readError == EOPNOTSUPP || readError == ENOTSUP) without = true;
+    } else if (currentCreation != created && !WriteCreationAttribute(path, created)) {
+      if (ok) err = errno;
+      ok = false;
+    }
   }
   if (!ok && error != nullptr) *error = err;
   return ok;

@@ -67,6 +67,13 @@ class RunContext : public Reporter {
   MainWindowState main;
   // The job's extra text, cleared at the start of each run.
   std::string extraText;
+  // Set when the program's own transfer of the file in hand failed; read by its verification
+  // record.
+  bool copyFailed = false;
+  // Run-wide copies of the current source file's creation, last-access and last-modify times.
+  FileTime FCT = 0;
+  FileTime FLAT = 0;
+  FileTime FLMT = 0;
   // The number of the next _errors_N.log.
   int errorLogRunNumber = 1;
   // The job database: one connection, absent between stages.

@@ -1,0 +1,235 @@
+// Whole collections through ExecCopy on real trees: what a user checks afterwards.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include "jobdb/db_connection.h"
+#include "platform/find_data.h"
+#include "platform/text.h"
+#include "platform/unicode_text.h"
+#include "run/run_driver.h"
+#include "support/child_process.h"
+#include "support/fake_dialogs.h"
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+namespace fs = std::filesystem;
+using test::TempDir;
+
+
+
+std::vector<std::string> CsvLines(const std::string& path) {
+  std::string raw = test::ReadBytesQuietly(path);
+  if (raw.size() < 2) return {};
+  std::u16string text(reinterpret_cast<const char16_t*>(raw.data() + 2), (raw.size() - 2) / 2);
+  return SplitLines(Utf16ToUtf8(text));
+}
+
+struct Snapshot {
+  mode_t mode = 0;
+  FileTime atime = 0, mtime = 0;
+  std::string bytes;
+};
+
+Snapshot Take(const std::string& path) {
+  FindData f;
+  EXPECT_TRUE(FindEntry(path, f)) << path;
+  struct stat st {};
+  stat(path.c_str(), &st);
+  return {st.st_mode, f.lastAccessTime, f.lastWriteTime,
+          S_ISREG(st.st_mode) ? test::ReadBytesQuietly(path) : std::string()};
+}
+
+class CollectionTest : public ::testing::Test {
+ protected:
+  TempDir dir;
+  test::FakeDialogs dialogs;
+  test::FakePump pump;
+  RunContext ctx{dialogs, pump};
+  std::string src = dir.MakeDir("evidence");
+  std::string target = dir / "target";
+  std::string logs = dir / "logs";
+
+  void SetUp() override {
+    ctx.flags.silent = true;  // no notice, no report box
+    ctx.settings.Sources = {src};
+    ctx.settings.TargetPath = target;
+    ctx.settings.LogPath = logs;
+  }
+
+  // Times with nanoseconds on every object of the source, so that a lost digit would show.
+  void StampSource() {
+    long k = 0;
+    std::vector<std::string> paths;
+    for (auto& e : fs::recursive_directory_iterator(src)) paths.push_back(e.path().string());
+    paths.push_back(src);
+    for (const auto& p : paths) {
+      struct timespec ts[2] = {{1500000000 + k, 111111111}, {1400000000 + k, 987654321}};
+      ++k;
+      utimensat(AT_FDCWD, p.c_str(), ts, AT_SYMLINK_NOFOLLOW);
+    }
+  }
+
+  // Walked with the program's own listing, which leaves folders' access times alone.
+  std::map<std::string, Snapshot> SnapshotTree(const std::string& root) {
+    std::map<std::string, Snapshot> out{{"", Take(root)}};
+    std::vector<std::string> pending{""};
+    while (!pending.empty()) {
+      std::string rel = pending.back();
+      pending.pop_back();
+      FolderListing listing(root + rel);
+      FindData e;
+      while (listing.Next(e)) {
+        if (e.name == "." || e.name == "..") continue;
+        const std::string child = rel + "/" + e.name;
+        out[child] = Take(root + child);
+        if (e.IsDirectory()) pending.push_back(child);
+      }
+    }
+    return out;
+  }
+};
+
+TEST_F(CollectionTest, EveryCopyEqualsItsSourceAndTheSourceIsUntouched) {
+  dir.WriteFile("evidence/mail.pst", std::string(3 << 20, 'm') + "tail");
+  dir.WriteFile("evidence/empty.txt", "");
+  dir.WriteFile("evidence/a,b c.doc", "comma");
+  dir.WriteFile("evidence/it's/d\xc3\xa9j\xc3\xa0.txt", "unicode");
+  dir.WriteFile("evidence/deep/er/x.bin", std::string(70000, '\x01'));
+  dir.MakeDir("evidence/empty folder");
+  dir.WriteFile("evidence/locked.txt", "read only");
+  chmod((src + "/locked.txt").c_str(), 0444);
+  StampSource();
+  auto before = SnapshotTree(src);
+
+  ExecResult r = ExecCopy(ctx);
+  ASSERT_EQ(r.outcome, ExecOutcome::Completed);
+  EXPECT_EQ(ctx.counters.ErrorCount, 0);
+  EXPECT_EQ(ctx.counters.TotalFiles, 6);
+  EXPECT_EQ(ctx.counters.FilesProcessed, 6);
+  EXPECT_EQ(ctx.counters.BytesProcessed, ctx.counters.TotalBytes);
+
+  const std::string copyRoot = target + "/evidence";
+  auto after = SnapshotTree(src);
+  auto copies = SnapshotTree(copyRoot);
+  for (const auto& [rel, s] : before) {
+    SCOPED_TRACE(rel.empty() ? "(root)" : rel);
+    // The source as it was: bytes, mode, access and modification times.
+    EXPECT_EQ(after[rel].bytes, s.bytes);
+    EXPECT_EQ(after[rel].mode, s.mode);
+    EXPECT_EQ(after[rel].atime, s.atime);
+    EXPECT_EQ(after[rel].mtime, s.mtime);
+    // The copy: same bytes, same times, same mode.
+    ASSERT_EQ(copies.count(rel), 1u);
+    EXPECT_EQ(copies[rel].bytes, s.bytes);
+    EXPECT_EQ(copies[rel].mtime, s.mtime);
+    EXPECT_EQ(copies[rel].atime, s.atime);
+    EXPECT_EQ(copies[rel].mode & 07777, s.mode & 07777);
+  }
+
+  // One CSV line per file behind the header, both hashes equal to the content's MD5.
+  std::vector<std::string> lines = CsvLines(logs + "/_verification_log.csv");
+  ASSERT_EQ(lines.size(), 7u);
+  for (size_t i = 1; i < lines.size(); ++i) {
+    EXPECT_EQ(lines[i].find(",Y,Y,N,"), lines[i].find(','))
+        << "hashes match, exact times, short path: " << lines[i];
+  }
+  const std::string md5 = test::Md5Of(before["/mail.pst"].bytes);
+  bool found = false;
+  for (const auto& l : lines) {
+    if (l.find(src + "/mail.pst") != std::string::npos) {
+      found = true;
+      EXPECT_EQ(Split(l, md5).size(), 3u) << "source and destination MD5: " << l;
+    }
+  }
+  EXPECT_TRUE(found);
+  EXPECT_FALSE(fs::exists(logs + "/_errors.log"));
+
+  // Every row finished, folders stamped.
+  DbConnection db;
+  ASSERT_TRUE(db.Open(logs + "/_job.sdb"));
+  EXPECT_EQ(db.Query("Select * from tFiles where completed = '0'").RowCount(), 0);
+  EXPECT_EQ(db.Query("Select * from tFolders where completed = '0'").RowCount(), 0);
+}
+
+TEST_F(CollectionTest, AFileNamedLikeAShortNameKeepsItsName) {
+  dir.WriteFile("evidence/ABCDEF~1.TXT", "short");
+  ASSERT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Completed);
+  EXPECT_EQ(test::ReadBytes(target + "/evidence/ABCDEF~1.TXT"), "short");
+  EXPECT_FALSE(fs::exists(target + "/evidence/ABCDEF~1.TXT.tmp"));
+  std::vector<std::string> lines = CsvLines(logs + "/_verification_log.csv");
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_NE(lines[1].find(target + "/evidence/ABCDEF~1.TXT,"), std::string::npos) << lines[1];
+}
+
+TEST_F(CollectionTest, RenameModeKeepsBothFiles) {
+  dir.WriteFile("evidence/a.txt", "new");
+  dir.WriteFile("target/evidence/a.txt", "old");
+  ctx.settings.Collision = kCollisionRename;
+  ASSERT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Completed);
+  EXPECT_EQ(test::ReadBytes(target + "/evidence/a.txt"), "old");
+  EXPECT_EQ(test::ReadBytes(target + "/evidence/a(1).txt"), "new");
+}
+
+TEST_F(CollectionTest, CancelFinishesTheFileInHandAndLeavesTheRestForAResume) {
+  for (int i = 0; i < 8; ++i) dir.WriteFile("evidence/f" + std::to_string(i), std::string(100, 'x'));
+  // Pressed while the second file, already copied, is being verified.
+  pump.onPump = [this](int) {
+    if (ctx.counters.FilesProcessed == 2) ctx.counters.CancelRequested = true;
+  };
+  ctx.settings.CreateTally = true;
+  ExecResult r = ExecCopy(ctx);
+  EXPECT_EQ(r.outcome, ExecOutcome::Cancelled);
+  EXPECT_EQ(test::ReadBytes(logs + "/tally.txt").substr(0, 30), "The process has been canceled.");
+  DbConnection db;
+  ASSERT_TRUE(db.Open(logs + "/_job.sdb"));
+  const int done = db.Query("Select * from tFiles where completed = '1'").RowCount();
+  EXPECT_EQ(done, 2) << "the file in hand finishes, with its record";
+  EXPECT_EQ(db.Query("Select * from tFiles where completed = '0'").RowCount(), 6);
+  EXPECT_EQ(CsvLines(logs + "/_verification_log.csv").size(), 3u);
+  // The folder pass is skipped.
+  EXPECT_EQ(db.Query("Select * from tFolders where completed = '1'").RowCount(), 0);
+}
+
+TEST_F(CollectionTest, ASourceThatCannotBeReadLeavesNoTargetAndIsRecorded) {
+  if (!test::CanBecomeNobody()) GTEST_SKIP() << "needs root to run the case as user nobody";
+  dir.WriteFile("evidence/open.txt", "open");
+  dir.WriteFile("evidence/closed.txt", "closed");
+  chmod(dir.path().c_str(), 0755);
+  chmod(src.c_str(), 0755);
+  chmod((src + "/open.txt").c_str(), 0644);
+  chmod((src + "/closed.txt").c_str(), 0600);  // root's, unreadable to nobody
+  chmod(dir.MakeDir("target").c_str(), 0777);
+  chmod(dir.MakeDir("logs").c_str(), 0777);
+  test::ChildOutcome child = test::RunInChild([&](std::string& out) {
+    if (!test::BecomeNobody()) return test::kChildCannotSetUp;
+    ExecResult r = ExecCopy(ctx);
+    out = IntText(static_cast<int>(r.outcome)) + "|" + IntText(ctx.counters.ErrorCount) + "|" +
+          IntText(ctx.counters.FilesProcessed);
+    return 0;
+  });
+  ASSERT_NE(child.exitCode, test::kChildCannotSetUp) << "could not become nobody";
+  ASSERT_EQ(child.exitCode, 0);
+  EXPECT_EQ(child.output, IntText(static_cast<int>(ExecOutcome::Completed)) + "|1|1");
+  EXPECT_FALSE(fs::exists(target + "/evidence/closed.txt"));
+  EXPECT_EQ(test::ReadBytes(target + "/evidence/open.txt"), "open");
+  std::string closedLine;
+  for (const auto& l : CsvLines(logs + "/_verification_log.csv")) {
+    if (l.find("closed.txt") != std::string::npos) closedLine = l;
+  }
+  EXPECT_NE(closedLine.find("(Destination file not found) "), std::string::npos) << closedLine;
+  EXPECT_NE(closedLine.find("(File size mismatch) "), std::string::npos) << closedLine;
+  EXPECT_NE(closedLine.find("N/A"), std::string::npos) << closedLine;
+  EXPECT_TRUE(fs::exists(logs + "/_errors.log"));
+}
+
+}  // namespace
+}  // namespace qr

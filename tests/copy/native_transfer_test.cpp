@@ -1,0 +1,356 @@
+#include "copy/native_transfer.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/find_data.h"
+#include "platform/times_io.h"
+#include "run/run_context.h"
+#include "support/child_process.h"
+#include "support/fake_dialogs.h"
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+using test::FakeDialogs;
+using test::FakePump;
+using test::TempDir;
+
+constexpr size_t kMiB = 1024 * 1024;
+// One chunk of the main transfer.
+constexpr size_t kChunk = 8 * kMiB;
+
+// Old instants, so that relatime would move the access time on a read, with nanoseconds below
+// the 100 ns a file time keeps, so that a rewrite of what was read would show.
+constexpr struct timespec kAccess = {1000000000, 123456789};
+constexpr struct timespec kWrite = {1100000000, 987654321};
+
+using Routine = std::function<bool(RunContext&, const std::string&, const std::string&)>;
+struct Named {
+  const char* name;
+  Routine copy;
+};
+const Named kWithProgress{"CopyFileWithProgress", CopyFileWithProgress};
+const Named kPlain{"CopyFilePlain", CopyFilePlain};
+const Named kManual{"CopyFileManual", CopyFileManual};
+
+std::string RandomBytes(size_t n, unsigned seed) {
+  std::mt19937_64 gen(seed);
+  std::string bytes(n, '\0');
+  for (char& c : bytes) c = static_cast<char>(gen() & 0xFF);
+  return bytes;
+}
+
+struct statx Look(const std::string& path) {
+  struct statx st {};
+  EXPECT_EQ(statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS, &st), 0) << path;
+  return st;
+}
+
+bool Same(const struct statx_timestamp& x, const struct statx_timestamp& y) {
+  return x.tv_sec == y.tv_sec && x.tv_nsec == y.tv_nsec;
+}
+
+void SetTimes(const std::string& path) {
+  const struct timespec ts[2] = {kAccess, kWrite};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, 0), 0) << path;
+}
+
+FindData Entry(const std::string& path) {
+  FindData entry;
+  EXPECT_TRUE(FindEntry(path, entry)) << path;
+  return entry;
+}
+
+bool Exists(const std::string& path) {
+  struct stat st {};
+  return lstat(path.c_str(), &st) == 0;
+}
+
+unsigned Mode(const std::string& path) { return Look(path).stx_mode & 07777; }
+
+// The target carries the source's times at 100 ns (creation only where it can be set).
+void ExpectSameTimes(const std::string& source, const std::string& target) {
+  const FindData s = Entry(source);
+  const FindData t = Entry(target);
+  EXPECT_EQ(t.lastWriteTime, s.lastWriteTime) << target;
+  EXPECT_EQ(t.lastAccessTime, s.lastAccessTime) << target;
+  if (CanSetCreationTime(target)) {
+    EXPECT_EQ(t.creationTime, s.creationTime) << target;
+  }
+}
+
+class NativeTransferTest : public ::testing::Test {
+ protected:
+  TempDir dir;
+  FakeDialogs dialogs;
+  FakePump pump;
+  RunContext ctx{dialogs, pump};
+};
+
+TEST_F(NativeTransferTest, EachRoutineCopiesBytesAndTimesAndLeavesTheSourceUntouched) {
+  const std::vector<std::pair<const char*, std::string>> sources = {
+      {"random", RandomBytes(3 * kMiB + 123, 1)},
+      {"empty", ""},
+      {"chunk-and-a-byte", RandomBytes(kChunk + 1, 2)},
+  };
+  for (const Named& routine : {kWithProgress, kPlain, kManual}) {
+    for (const auto& [name, bytes] : sources) {
+      SCOPED_TRACE(std::string(routine.name) + " " + name);
+      const std::string source = dir.WriteFile(std::string("src/") + routine.name + name, bytes);
+      ASSERT_EQ(chmod(source.c_str(), 0640), 0);
+      SetTimes(source);
+      const struct statx before = Look(source);
+      const std::string target = dir / (std::string(routine.name) + name);
+      ctx.progress.lblCurrentProcess = "Current Process:";
+
+      EXPECT_TRUE(routine.copy(ctx, source, target));
+      // The times first: reading the copy here moves its access time.
+      ExpectSameTimes(source, target);
+      EXPECT_TRUE(test::ReadBytes(target) == bytes);
+
+      // Nothing was written to the source at all: not its bytes, times (a read that moved the
+      // access time would show in the nanoseconds), nor its mode; not even the change time.
+      const struct statx after = Look(source);
+      EXPECT_TRUE(Same(before.stx_atime, after.stx_atime));
+      EXPECT_TRUE(Same(before.stx_mtime, after.stx_mtime));
+      EXPECT_TRUE(Same(before.stx_ctime, after.stx_ctime));
+      EXPECT_EQ(before.stx_mode, after.stx_mode);
+      EXPECT_TRUE(test::ReadBytes(source) == bytes);
+      if (std::string(routine.name) != kManual.name) {
+        EXPECT_EQ(Mode(target), 0640u);
+        EXPECT_EQ(ctx.progress.lblCurrentProcess, "Current Process: Copying File");
+      }
+    }
+  }
+  EXPECT_TRUE(dialogs.shown.empty());
+}
+
+TEST_F(NativeTransferTest, AReadOnlySourceIsCopiedAndBothSidesStayReadOnly) {
+  for (const Named& routine : {kWithProgress, kPlain}) {
+    SCOPED_TRACE(routine.name);
+    const std::string source = dir.WriteFile(std::string("ro-") + routine.name, "locked");
+    ASSERT_EQ(chmod(source.c_str(), 0444), 0);
+    const struct statx before = Look(source);
+    const std::string target = dir / (std::string("copy-") + routine.name);
+
+    EXPECT_TRUE(routine.copy(ctx, source, target));
+    EXPECT_EQ(test::ReadBytes(target), "locked");
+    EXPECT_EQ(Mode(source), 0444u);
+    EXPECT_EQ(Mode(target), 0444u);
+    // The source's mode was never lowered and put back.
+    EXPECT_TRUE(Same(before.stx_ctime, Look(source).stx_ctime));
+  }
+}
+
+TEST_F(NativeTransferTest, AnExistingTargetIsOverwrittenUnlessNoOneMayWriteIt) {
+  const std::string source = dir.WriteFile("source", "new");
+  SetTimes(source);
+  for (const Named& routine : {kWithProgress, kPlain}) {
+    SCOPED_TRACE(routine.name);
+    const std::string writable = dir.WriteFile(std::string("w-") + routine.name, "old and longer");
+    EXPECT_TRUE(routine.copy(ctx, source, writable));
+    EXPECT_EQ(test::ReadBytes(writable), "new");
+
+    // Root could write it; the copy refuses all the same, as it does for anyone.
+    const std::string readOnly = dir.WriteFile(std::string("ro-") + routine.name, "keep me");
+    ASSERT_EQ(chmod(readOnly.c_str(), 0444), 0);
+    EXPECT_FALSE(routine.copy(ctx, source, readOnly));
+    EXPECT_EQ(test::ReadBytes(readOnly), "keep me");
+
+    // The source under another of its names is never truncated by copying onto it.
+    const std::string hardLink = dir / (std::string("link-") + routine.name);
+    ASSERT_EQ(link(source.c_str(), hardLink.c_str()), 0);
+    EXPECT_FALSE(routine.copy(ctx, source, hardLink));
+    EXPECT_FALSE(routine.copy(ctx, source, source));
+    EXPECT_EQ(test::ReadBytes(source), "new");
+  }
+}
+
+TEST_F(NativeTransferTest, ASourceThatCannotBeOpenedLeavesNoTarget) {
+  const std::string fifo = dir / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const std::string folder = dir.MakeDir("folder");
+  for (const Named& routine : {kWithProgress, kPlain}) {
+    for (const std::string& source : {dir / "missing", folder, fifo}) {
+      SCOPED_TRACE(std::string(routine.name) + " " + source);
+      const std::string target = dir / "target";
+      // In a child with an alarm: a FIFO that were opened would block for good.
+      const auto outcome = test::RunInChild([&](std::string& out) {
+        alarm(10);
+        FakeDialogs childDialogs;
+        FakePump childPump;
+        RunContext child{childDialogs, childPump};
+        out = routine.copy(child, source, target) ? "true" : "false";
+        return 0;
+      });
+      EXPECT_EQ(outcome.exitCode, 0);
+      EXPECT_EQ(outcome.output, "false");
+      EXPECT_FALSE(Exists(target));
+    }
+  }
+}
+
+TEST_F(NativeTransferTest, ASourceUnreadableToItsUserLeavesNoTargetAndAnOldOneAsItWas) {
+  if (!test::CanBecomeNobody()) GTEST_SKIP() << "needs root and a user nobody to deny a read";
+  ASSERT_EQ(chmod(dir.path().c_str(), 0777), 0);
+  const std::string source = dir.WriteFile("secret", "abc");
+  ASSERT_EQ(chmod(source.c_str(), 0600), 0);
+  const std::string old = dir.WriteFile("old", "previous copy");
+  ASSERT_EQ(chmod(old.c_str(), 0666), 0);
+
+  const auto outcome = test::RunInChild([&](std::string& out) {
+    if (!test::BecomeNobody()) return test::kChildCannotSetUp;
+    if (access(source.c_str(), R_OK) == 0) return test::kChildCannotSetUp;
+    FakeDialogs childDialogs;
+    FakePump childPump;
+    RunContext child{childDialogs, childPump};
+    out += CopyFileWithProgress(child, source, dir / "fresh") ? "T" : "F";
+    out += CopyFileWithProgress(child, source, old) ? "T" : "F";
+    out += CopyFilePlain(child, source, dir / "plain") ? "T" : "F";
+    out += std::to_string(childDialogs.shown.size());
+    return 0;
+  });
+  ASSERT_NE(outcome.exitCode, test::kChildCannotSetUp) << "could not become nobody";
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_EQ(outcome.output, "FFF0");
+  EXPECT_FALSE(Exists(dir / "fresh"));
+  EXPECT_FALSE(Exists(dir / "plain"));
+  EXPECT_EQ(test::ReadBytes(old), "previous copy");
+}
+
+TEST_F(NativeTransferTest, ProgressIsPumpedPerChunkAndCancelDoesNotStopTheFileInHand) {
+  const std::string bytes = RandomBytes(2 * kChunk + 1, 3);
+  const std::string source = dir.WriteFile("big", bytes);
+  std::vector<int> seen;
+  pump.onPump = [&](int) {
+    seen.push_back(ctx.progress.progress1Percent);
+    ctx.counters.CancelRequested = true;
+    ctx.counters.SkipRequested = true;
+  };
+  ASSERT_TRUE(CopyFileWithProgress(ctx, source, dir / "copy"));
+  EXPECT_TRUE(test::ReadBytes(dir / "copy") == bytes);
+  ASSERT_GE(seen.size(), 3u);
+  EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+  EXPECT_TRUE(std::any_of(seen.begin(), seen.end(), [](int p) { return p > 0 && p < 100; }));
+  EXPECT_EQ(seen.back(), 100);
+  EXPECT_EQ(ctx.progress.progress1Width, ProgressPane::kProgress1FullWidth);
+
+  // An empty file never reaches the bar.
+  pump.pumps = 0;
+  ctx.progress.Progress1_Set(40);
+  EXPECT_TRUE(CopyFileWithProgress(ctx, dir.WriteFile("empty", ""), dir / "empty-copy"));
+  EXPECT_EQ(pump.pumps, 0);
+  EXPECT_EQ(ctx.progress.progress1Percent, 40);
+
+  // The manual loop pumps before each of its 4 MiB chunks.
+  pump.pumps = 0;
+  seen.clear();
+  const std::string manualBytes = RandomBytes(4 * kMiB + 1, 4);
+  EXPECT_TRUE(CopyFileManual(ctx, dir.WriteFile("m", manualBytes), dir / "m-copy"));
+  EXPECT_TRUE(test::ReadBytes(dir / "m-copy") == manualBytes);
+  EXPECT_EQ(seen, (std::vector<int>{0, 100}));
+}
+
+TEST_F(NativeTransferTest, AFailureInTheProgressRoutineAbandonsTheCopyAndItsTarget) {
+  const std::string source = dir.WriteFile("s", RandomBytes(kChunk + 1, 5));
+  pump.onPump = [](int n) {
+    if (n == 2) throw std::runtime_error("window gone");
+  };
+  EXPECT_FALSE(CopyFileWithProgress(ctx, source, dir / "t"));
+  EXPECT_FALSE(Exists(dir / "t"));
+}
+
+// A copy that fails part-way: the file size limit stops the writes at 1 MiB.
+TEST_F(NativeTransferTest, AFailedWriteLeavesThePartialTarget) {
+  const std::string bytes = RandomBytes(3 * kMiB, 6);
+  const std::string source = dir.WriteFile("s", bytes);
+  ASSERT_EQ(chmod(source.c_str(), 0640), 0);
+  SetTimes(source);
+  const auto outcome = test::RunInChild([&](std::string& out) {
+    signal(SIGXFSZ, SIG_IGN);
+    const struct rlimit limit = {kMiB, kMiB};
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return test::kChildCannotSetUp;
+    FakeDialogs childDialogs;
+    FakePump childPump;
+    RunContext child{childDialogs, childPump};
+    out += CopyFileWithProgress(child, source, dir / "main") ? "T" : "F";
+    // The manual loop doesn't look at its writes: it reports a short target as a success.
+    out += CopyFileManual(child, source, dir / "manual") ? "T" : "F";
+    return 0;
+  });
+  ASSERT_NE(outcome.exitCode, test::kChildCannotSetUp);
+  EXPECT_EQ(outcome.output, "FT");
+  for (const std::string& target : {dir / "main", dir / "manual"}) {
+    SCOPED_TRACE(target);
+    ExpectSameTimes(source, target);
+    const std::string partial = test::ReadBytes(target);
+    EXPECT_GT(partial.size(), 0u);
+    EXPECT_LE(partial.size(), kMiB);
+    EXPECT_TRUE(partial == bytes.substr(0, partial.size()));
+  }
+  EXPECT_EQ(Mode(dir / "main"), 0640u);
+}
+
+TEST_F(NativeTransferTest, CopyingAcrossFileSystemsGivesTheSameResult) {
+  test::EnvVar tmp("TMPDIR", "/dev/shm");
+  std::unique_ptr<TempDir> other;
+  try {
+    other = std::make_unique<TempDir>();
+  } catch (const std::exception&) {
+    GTEST_SKIP() << "no /dev/shm to copy to";
+  }
+  if (Look(other->path()).stx_dev_major == Look(dir.path()).stx_dev_major &&
+      Look(other->path()).stx_dev_minor == Look(dir.path()).stx_dev_minor) {
+    GTEST_SKIP() << "/dev/shm is on the same file system";
+  }
+  const std::string bytes = RandomBytes(kChunk + 7, 7);
+  const std::string source = dir.WriteFile("s", bytes);
+  SetTimes(source);
+  ASSERT_TRUE(CopyFileWithProgress(ctx, source, *other / "t"));
+  ExpectSameTimes(source, *other / "t");
+  EXPECT_TRUE(test::ReadBytes(*other / "t") == bytes);
+  EXPECT_GE(pump.pumps, 2);
+  EXPECT_EQ(ctx.progress.progress1Percent, 100);
+}
+
+TEST_F(NativeTransferTest, TheManualLoopWritesOverAnExistingTargetInPlace) {
+  const std::string target = dir.WriteFile("target", "0123456789ABCDEF");
+  EXPECT_TRUE(CopyFileManual(ctx, dir.WriteFile("short", "abc"), target));
+  EXPECT_EQ(test::ReadBytes(target), "abc3456789ABCDEF");
+
+  // A source it can't open still reports success, with an empty target for verification to
+  // expose.
+  EXPECT_TRUE(CopyFileManual(ctx, dir / "missing", dir / "from-missing"));
+  EXPECT_TRUE(Exists(dir / "from-missing"));
+  EXPECT_EQ(test::ReadBytes(dir / "from-missing"), "");
+
+  // The size is a signed 32-bit number: from 2 GiB on it is negative and nothing is copied.
+  const std::string huge = dir / "huge";
+  const int fd = open(huge.c_str(), O_WRONLY | O_CREAT, 0644);
+  ASSERT_GE(fd, 0);
+  const bool sized = ftruncate(fd, (off_t{1} << 31) + 5) == 0;
+  close(fd);
+  if (!sized) GTEST_SKIP() << "cannot make a sparse file over 2 GiB here";
+  pump.pumps = 0;
+  EXPECT_TRUE(CopyFileManual(ctx, huge, dir / "huge-copy"));
+  EXPECT_EQ(Look(dir / "huge-copy").stx_size, 0u);
+  EXPECT_EQ(pump.pumps, 0);
+}
+
+}  // namespace
+}  // namespace qr
