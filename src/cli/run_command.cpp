@@ -6,7 +6,11 @@
 #include <exception>
 
 #include "absolute_path.h"
+#include "jobdb/resume.h"
+#include "jobdef/job_file.h"
 #include "jobdef/source_list.h"
+#include "platform/errors.h"
+#include "platform/path_layer.h"
 #include "platform/device_env.h"
 #include "platform/process.h"
 #include "run/run_context.h"
@@ -91,6 +95,31 @@ int ExitStatus(ExecOutcome o, const RunCounters& c) {
   return kExitDoneWithErrors;
 }
 
+// A job file run as the job picker runs it, or, with `resume`, continued as the Resume menu
+// does. nullopt when it could not be read or nothing ran.
+std::optional<ExecResult> RunJobFile(RunContext& ctx, const std::string& jobFile, bool resume,
+                                     std::ostream& err) {
+  if (!FileExists(jobFile)) {
+    err << "ravelin-run: no such job file: " << jobFile << "\n";
+    return std::nullopt;
+  }
+  try {
+    if (resume) {
+      // A job record asks to continue from its database; a prepared job with a name starts
+      // anew.
+      return ResumeJob(ctx, jobFile);
+    }
+    ReadRVFile(ctx, jobFile);
+    ctx.job.JobFilePath = jobFile;
+    return ExecCopy(ctx);
+  } catch (const RunError& e) {
+    // A job file that can't be read, or that holds no number where one is needed.
+    err << "ravelin-run: the job file could not be read: " << e.number() << " : "
+        << e.description() << "\n";
+    return std::nullopt;
+  }
+}
+
 }  // namespace
 
 std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& args,
@@ -108,6 +137,8 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& args
         cl.yes = true;
       } else if (arg == "--silent") {
         cl.silent = true;
+      } else if (arg == "--resume") {
+        cl.resume = true;
       } else if (arg == "--target" || arg.starts_with("--target=")) {
         if (!TakeValue(args, i, "--target", cl.target, error)) return std::nullopt;
       } else if (arg == "--log" || arg.starts_with("--log=")) {
@@ -123,17 +154,31 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& args
       return std::nullopt;
     }
     if (IsJobFileName(arg)) {
-      error = "job files are not accepted yet: " + arg +
-              " (name the sources, --target and --log instead)";
-      return std::nullopt;
+      if (cl.jobFile) {
+        error = "one job file at a time: " + arg;
+        return std::nullopt;
+      }
+      cl.jobFile = arg;
+      continue;
     }
     cl.sources.push_back(arg);
+  }
+  // A job file carries its own sources, target and log folder: mixing would change which
+  // database a resumed job continues from.
+  if (cl.jobFile && (!cl.sources.empty() || cl.target || cl.log)) {
+    error = "a job file carries its own sources, target and log folder; name none of them";
+    return std::nullopt;
+  }
+  if (cl.resume && !cl.jobFile) {
+    error = "--resume needs a job file (.rvj or .lsw)";
+    return std::nullopt;
   }
   return cl;
 }
 
 std::string UsageText() {
   return R"(Usage: ravelin-run [--yes] [--silent] [--target DIR] [--log DIR] [SOURCE...]
+       ravelin-run [--yes] [--silent] [--resume] JOBFILE
 
 Collects the SOURCE files and folders into the target folder, keeping their times, with the MD5
 of each source and each copy and a record of the job in the log folder. It runs the same
@@ -145,6 +190,7 @@ Options:
                 folder is the target folder (as in the window, where the log path follows
                 the target path while the two agree)
   --yes, -y     answer every message box with its affirmative button (Yes or OK)
+  --resume      continue the job file's job from its job database
   --silent      start with the -silent switch: no message boxes during the run, a job that
                 fails its checks ends the program at once
   --help, -h    show this text and exit
@@ -152,8 +198,14 @@ Options:
 
 Relative paths are made absolute against the current folder before use. Each source goes
 through the rules of the window's source list: a path that does not exist is reported and
-dropped, a folder inside a listed folder is refused. An argument ending in .lsw or .rvj is a
-job file; job files are not accepted yet.
+dropped, a folder inside a listed folder is refused.
+
+A job file (an argument ending in .lsw or .rvj) is run as the job picker runs it: its sources,
+target, log folder and options are read from it, and a prepared job (.lsw) leaves its .lsd
+completion copy in the log folder. With --resume the job is continued as the Resume menu
+does: a job record (_jobfile.rvj) asks to continue from its job database, where only the
+files not yet finished are copied; a prepared job with a name starts anew. A job file takes
+no sources, --target or --log of its own on the command line.
 
 Message boxes are printed to standard error. Without --yes they are asked on the terminal;
 with no terminal on standard input a question is refused (No or Cancel) and a notice is
@@ -246,12 +298,22 @@ int RunCommand(const std::vector<std::string>& args, std::istream& in, std::ostr
       return kExitRefused;
     }
 
-    // Target and log come first: adding a source may look at them, as reading a job does.
-    ctx.settings.TargetPath = target;
-    ctx.settings.LogPath = log;
-    for (std::string& source : sources) AddSource(ctx, source);
-
-    ExecResult result = ExecCopy(ctx);
+    ExecResult result;
+    if (cl->jobFile) {
+      std::optional<ExecResult> ran = RunJobFile(ctx, AbsolutePath(*cl->jobFile), cl->resume, err);
+      if (!ran) {
+        line.Erase();
+        out << "Outcome: " << OutcomeText(ExecOutcome::Refused) << "\n";
+        return kExitRefused;
+      }
+      result = *ran;
+    } else {
+      // Target and log come first: adding a source may look at them, as reading a job does.
+      ctx.settings.TargetPath = target;
+      ctx.settings.LogPath = log;
+      for (std::string& source : sources) AddSource(ctx, source);
+      result = ExecCopy(ctx);
+    }
     // Standard output and error are often the same terminal: the summary starts on a clean line.
     line.Erase();
     const RunCounters& c = ctx.counters;

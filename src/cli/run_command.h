@@ -29,6 +29,8 @@ struct CommandLine {
   std::optional<std::string> target;  // as given
   std::optional<std::string> log;     // as given
   std::vector<std::string> sources;   // as given, in order
+  std::optional<std::string> jobFile;  // a .lsw or .rvj to run, as given
+  bool resume = false;                 // --resume: the job file is continued as Resume does
 };
 
 // Parses the arguments (without the program name). On a usage error returns nullopt and puts

@@ -385,5 +385,26 @@ TEST(RunnerCancel, CtrlCDuringCopyingFinishesTheFileInHandAndStopsTheQueue) {
   }
 }
 
+TEST(RunnerJobFiles, APreparedJobRunsAsThePickerRunsItAndLeavesItsCompletionCopy) {
+  TempDir t;
+  t.WriteFile("src/a.txt", "alpha");
+  const std::string job = t.WriteFile(
+      "jobs/case.lsw", "[JNAME]\tCase\r\n[TARGET]\t" + t / "out" + "\r\n[JPATH]\t" + t / "logs" +
+                           "\r\n[SRC]\t" + t / "src" + "\r\n[ENGINE]\tRV\r\n[LOG]\t1\r\n");
+  Ran r = InProcess({"--yes", job});
+  EXPECT_EQ(r.status, kExitDone) << r.err;
+  EXPECT_EQ(ReadBytes(t / "out/src/a.txt"), "alpha");
+  EXPECT_EQ(ReadBytes(t / "logs/case.lsd"), ReadBytes(job)) << "the job is marked done";
+  EXPECT_TRUE(Has(r.err, "Running job: Case")) << r.err;
+}
+
+TEST(RunnerJobFiles, ANumberThatIsNoNumberIsAClearErrorNotACrash) {
+  TempDir t;
+  const std::string job = t.WriteFile("bad.rvj", "[LOG]\tyes\r\n");
+  Ran r = InProcess({"--yes", job});
+  EXPECT_EQ(r.status, kExitRefused);
+  EXPECT_TRUE(Has(r.err, "the job file could not be read: 13 : Type mismatch")) << r.err;
+}
+
 }  // namespace
 }  // namespace qr::cli

@@ -34,8 +34,10 @@ TEST(RunnerUsage, WrongUsageExits64WithTheReasonAndTouchesNothing) {
       {{"--log"}, "--log needs a folder"},
       {{"--target", "a", "--target", "b"}, "--target is given more than once"},
       {{"--log=a", "--log", "b"}, "--log is given more than once"},
-      {{"src", "job.lsw"}, "job files are not accepted yet: job.lsw"},
-      {{"--target", "t", "/x/_jobfile.rvj"}, "job files are not accepted yet: /x/_jobfile.rvj"},
+      {{"src", "job.lsw"}, "a job file carries its own sources, target and log folder"},
+      {{"--target", "t", "/x/_jobfile.rvj"}, "a job file carries its own sources"},
+      {{"a.lsw", "b.rvj"}, "one job file at a time: b.rvj"},
+      {{"--resume", "src"}, "--resume needs a job file"},
       {{""}, "is no source path"},
       {{"-"}, "is no source path"},
   };

@@ -20,23 +20,6 @@ namespace qr {
 
 namespace {
 
-// The mount table writes blanks, tabs, line ends and backslashes in paths as octal escapes.
-std::string DecodeMountPath(std::string_view field) {
-  std::string out;
-  out.reserve(field.size());
-  for (size_t i = 0; i < field.size(); ++i) {
-    if (field[i] == '\\' && i + 3 < field.size()) {
-      const char a = field[i + 1], b = field[i + 2], c = field[i + 3];
-      if (a >= '0' && a <= '3' && b >= '0' && b <= '7' && c >= '0' && c <= '7') {
-        out += static_cast<char>(((a - '0') << 6) | ((b - '0') << 3) | (c - '0'));
-        i += 3;
-        continue;
-      }
-    }
-    out += field[i];
-  }
-  return out;
-}
 
 // The mount points of this process's view, in table order.
 std::vector<std::string> MountPoints() {
@@ -48,7 +31,7 @@ std::vector<std::string> MountPoints() {
     std::istringstream fields(line);
     std::string id, parent, device, root, mountPoint;
     if (fields >> id >> parent >> device >> root >> mountPoint) {
-      out.push_back(DecodeMountPath(mountPoint));
+      out.push_back(DecodeMountField(mountPoint));
     }
   }
   return out;
@@ -107,6 +90,23 @@ std::string XdgFolder(const char* name) {
 }
 
 }  // namespace
+
+std::string DecodeMountField(std::string_view field) {
+  std::string out;
+  out.reserve(field.size());
+  for (size_t i = 0; i < field.size(); ++i) {
+    if (field[i] == '\\' && i + 3 < field.size()) {
+      const char a = field[i + 1], b = field[i + 2], c = field[i + 3];
+      if (a >= '0' && a <= '3' && b >= '0' && b <= '7' && c >= '0' && c <= '7') {
+        out += static_cast<char>(((a - '0') << 6) | ((b - '0') << 3) | (c - '0'));
+        i += 3;
+        continue;
+      }
+    }
+    out += field[i];
+  }
+  return out;
+}
 
 std::string ComputerName() {
   char name[HOST_NAME_MAX + 1] = {};

@@ -1,6 +1,7 @@
 #pragma once
 // Facts about this machine and this program.
 #include <string>
+#include <string_view>
 
 namespace qr {
 
@@ -10,6 +11,9 @@ std::string ComputerName();
 std::string UserName();
 // The folder of the running executable, without a trailing separator.
 std::string ProgramFolder();
+// A field of /proc/self/mountinfo with its octal escapes (blanks, tabs, line ends and
+// backslashes in paths) decoded.
+std::string DecodeMountField(std::string_view field);
 // The mount point (from /proc/self/mountinfo) that holds `path`.
 std::string MountPointOf(const std::string& path);
 // The program's drive: the mount point holding `folder`, without a trailing separator;

@@ -43,6 +43,29 @@ struct MainWindowState {
   // lstSources, txtTargetPath, cmdAdd, cmdRemove, cmdBrowseTarget, cmdRun.
   bool runControlsEnabled = true;
   bool jobPickerVisible = false;
+  // The window's normal (not maximised) place and size in twips, kept up to date by the window
+  // program and written to the settings files at close.
+  int mainWidthTwips = 12000;
+  int mainHeightTwips = 6000;
+  int mainTopTwips = 0;
+  int mainLeftTwips = 0;
+  // CL_OVERRIDE of robocopy_settings.ini, carried from start to close; nothing else reads it.
+  std::string clOverride;
+};
+
+// The switches of log_processes.ini. Read at start; no stage consults them.
+struct LogProcesses {
+  bool HASH_SOURCE = true;
+  bool HASH_DEST = true;
+  bool SOURCE_PROPS = true;
+  bool DEST_PROPS = true;
+  bool COMPARE_HASHES = true;
+  bool COMPARE_DATES = true;
+  bool COMPARE_SIZES = true;
+  bool LONG_PATH_CHECK = true;
+  bool OUTPUT_VLOG = true;
+  bool OUTPUT_ERROR = true;
+  bool PROC_ARRAY = true;
 };
 
 class RunContext : public Reporter {
@@ -65,6 +88,7 @@ class RunContext : public Reporter {
 
   ProgressPane progress;
   MainWindowState main;
+  LogProcesses logProcesses;
   // The job's extra text, cleared at the start of each run.
   std::string extraText;
   // Set when the program's own transfer of the file in hand failed; read by its verification

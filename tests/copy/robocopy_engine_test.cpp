@@ -1,0 +1,228 @@
+// Collections through the external ROBOCOPY engine, with a stand-in tool on the search path: a
+// shell script that records its arguments and copies the one file it is given.
+#include "copy/robocopy_engine.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "platform/text.h"
+#include "platform/unicode_text.h"
+#include "run/run_driver.h"
+#include "support/child_process.h"
+#include "support/fake_dialogs.h"
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+namespace fs = std::filesystem;
+using test::TempDir;
+
+std::vector<std::string> CsvLines(const std::string& path) {
+  std::string raw = test::ReadBytesQuietly(path);
+  if (raw.size() < 2) return {};
+  std::u16string text(reinterpret_cast<const char16_t*>(raw.data() + 2), (raw.size() - 2) / 2);
+  return SplitLines(Utf16ToUtf8(text));
+}
+
+// Every argument on a line of its own, a "--" line after each call.
+std::vector<std::vector<std::string>> RecordedCalls(const std::string& path) {
+  std::vector<std::vector<std::string>> calls(1);
+  for (const std::string& line : SplitLines(test::ReadBytes(path))) {
+    if (line == "--") {
+      calls.emplace_back();
+    } else {
+      calls.back().push_back(line);
+    }
+  }
+  calls.pop_back();
+  return calls;
+}
+
+class RobocopyEngineTest : public ::testing::Test {
+ protected:
+  TempDir dir;
+  test::FakeDialogs dialogs;
+  test::FakePump pump;
+  RunContext ctx{dialogs, pump};
+  std::string bin = dir.MakeDir("bin");
+  std::string src = dir.MakeDir("with space");
+  std::string target = dir / "target";
+  std::string logs = dir / "logs";
+  std::string record = dir / "calls.txt";
+  std::string go = dir / "go";
+  test::EnvVar path{"PATH", bin + ":/usr/bin:/bin"};
+
+  void SetUp() override {
+    ctx.flags.silent = true;  // no notice, no report box
+    ctx.settings.Sources = {src};
+    ctx.settings.TargetPath = target;
+    ctx.settings.LogPath = logs;
+    SetRobocopy(ctx.settings, true);
+  }
+
+  // The stand-in tool: records its call, copies "$1/$3" into "$2/" with its times (as /COPY:DAT
+  // does; taken again after the read, which may move the source's access time) and then notes
+  // that it has finished. A slow tool first waits until the test lets it go (giving up after 20
+  // seconds, so that a program that waits for it still ends and fails the test).
+  void InstallTool(bool slow = false) {
+    const std::string script =
+        "#!/bin/sh\n"
+        "printf '%s\\n' \"$@\" -- >> '" +
+        record + "'\n" +
+        (slow ? "n=0; while [ ! -e '" + go +
+                    "' ] && [ $n -lt 400 ]; do sleep 0.05; "
+                    "n=$((n+1)); done\n"
+              : "") +
+        "cp -p \"$1/$3\" \"$2/\" && touch -r \"$1/$3\" \"$2/$3\" &&\n"
+        "echo \"$3\" >> '" +
+        record + ".done'\n";
+    const std::string tool = dir.WriteFile("bin/ROBOCOPY", script);
+    ASSERT_EQ(chmod(tool.c_str(), 0755), 0);
+  }
+
+  // The CSV has one line per file, each with matching hashes of source and copy.
+  void ExpectVerified(size_t files) {
+    std::vector<std::string> lines = CsvLines(logs + "/_verification_log.csv");
+    ASSERT_EQ(lines.size(), files + 1);
+    for (size_t i = 1; i < lines.size(); ++i) {
+      EXPECT_NE(lines[i].find(",Y,Y,"), std::string::npos) << lines[i];
+    }
+  }
+};
+
+TEST_F(RobocopyEngineTest, EveryFileIsCopiedByTheToolWithItsArguments) {
+  InstallTool();
+  dir.WriteFile("with space/a b.txt", "first");
+  dir.WriteFile("with space/sub/c.bin", std::string(5000, 'c'));
+
+  ASSERT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Completed);
+  EXPECT_EQ(ctx.counters.FilesProcessed, 2);
+  EXPECT_EQ(test::ReadBytes(target + "/with space/a b.txt"), "first");
+  EXPECT_EQ(test::ReadBytes(target + "/with space/sub/c.bin"), std::string(5000, 'c'));
+
+  // Quotes around paths with blanks are gone; the flags follow as separate arguments.
+  std::vector<std::string> flags = Split(GetOptionString(ctx.settings), " ");
+  auto calls = RecordedCalls(record);
+  ASSERT_EQ(calls.size(), 2u);
+  std::vector<std::vector<std::string>> expected = {
+      {src, target + "/with space", "a b.txt"},
+      {src + "/sub", target + "/with space/sub", "c.bin"}};
+  for (auto& e : expected) e.insert(e.end(), flags.begin(), flags.end());
+  std::sort(calls.begin(), calls.end());
+  EXPECT_EQ(calls, expected);
+  // The tool, not the fallback, made both copies.
+  auto done = SplitLines(test::ReadBytes(record + ".done"));
+  std::sort(done.begin(), done.end());
+  EXPECT_EQ(done, (std::vector<std::string>{"a b.txt", "c.bin"}));
+
+  ExpectVerified(2);
+  EXPECT_EQ(ctx.progress.lblCurrentProcess, "Current Process: ");
+  EXPECT_TRUE(dialogs.shown.empty());
+}
+
+TEST_F(RobocopyEngineTest, ManualFlagsReplaceTheOptionFlags) {
+  InstallTool();
+  dir.WriteFile("with space/f.txt", "x");
+  SetManualFlags(ctx.settings, true);
+  ctx.settings.ManualFlagsText = "/MIR  \"/X Y\"";
+
+  ASSERT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Completed);
+  auto calls = RecordedCalls(record);
+  ASSERT_EQ(calls.size(), 1u);
+  EXPECT_EQ(calls[0],
+            (std::vector<std::string>{src, target + "/with space", "f.txt", "/MIR", "/X Y"}));
+}
+
+TEST_F(RobocopyEngineTest, AMissingToolIsReportedPerFileAndTheFallbackCopies) {
+  // No ROBOCOPY anywhere on the search path.
+  ctx.settings.Silent = true;
+  dir.WriteFile("with space/one.txt", "1");
+  dir.WriteFile("with space/two.txt", "22");
+
+  ASSERT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Completed);
+  EXPECT_EQ(ctx.counters.FilesProcessed, 2);
+  EXPECT_EQ(test::ReadBytes(target + "/with space/one.txt"), "1");
+  EXPECT_EQ(test::ReadBytes(target + "/with space/two.txt"), "22");
+  ExpectVerified(2);
+
+  const std::string flags = GetOptionString(ctx.settings);
+  std::vector<std::string> silent = SplitLines(test::ReadBytes(logs + "/_silent.log"));
+  std::sort(silent.begin(), silent.end());
+  EXPECT_EQ(silent,
+            (std::vector<std::string>{
+                "Robocopy Error: ((ROBOCOPY \"" + src + "\" \"" + target +
+                    "/with space\" one.txt " + flags + ")) 2 : No such file or directory",
+                "Robocopy Error: ((ROBOCOPY \"" + src + "\" \"" + target +
+                    "/with space\" two.txt " + flags + ")) 2 : No such file or directory"}));
+  EXPECT_TRUE(dialogs.shown.empty());
+}
+
+TEST_F(RobocopyEngineTest, AMissingToolShowsItsBoxWhenNotSilent) {
+  test::TempDir other;
+  RunRobocopyProcess(ctx, "ROBOCOPY " + other.path() + " /nowhere f.txt /R:4 /W:2");
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text, "Robocopy Error:\r\n\r\nROBOCOPY " + other.path() +
+                                       " /nowhere f.txt /R:4 /W:2\r\n\r\n2 : No such file or "
+                                       "directory");
+  EXPECT_EQ(dialogs.shown[0].icon, Icon::Exclamation);
+  EXPECT_EQ(dialogs.shown[0].title, ctx.titleText);
+}
+
+TEST_F(RobocopyEngineTest, SkipStopsTheWaitButNeverTheTool) {
+  InstallTool(true);
+  dir.WriteFile("with space/slow1.txt", "slow one");
+  dir.WriteFile("with space/slow2.txt", "slow two");
+  // Skip is pressed while the first tool is being waited for, and stays pressed.
+  pump.onPump = [this](int) {
+    if (ctx.progress.lblCurrentProcess == "Current Process: Copying File") {
+      ctx.counters.SkipRequested = true;
+    }
+  };
+
+  ASSERT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Completed);
+  // Neither tool was waited for: the fallback made both copies, and the record proves them.
+  EXPECT_EQ(ctx.counters.FilesProcessed, 2);
+  EXPECT_EQ(test::ReadBytes(target + "/with space/slow1.txt"), "slow one");
+  EXPECT_EQ(test::ReadBytes(target + "/with space/slow2.txt"), "slow two");
+  ExpectVerified(2);
+  EXPECT_FALSE(fs::exists(record + ".done")) << "the run did not wait for the tools";
+
+  // Both tools run on to their end by themselves.
+  dir.WriteFile("go", "");
+  std::vector<std::string> done;
+  for (int i = 0; i < 300 && done.size() < 2; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    done = SplitLines(test::ReadBytes(record + ".done"));
+  }
+  std::sort(done.begin(), done.end());
+  EXPECT_EQ(done, (std::vector<std::string>{"slow1.txt", "slow2.txt"}));
+  EXPECT_EQ(RecordedCalls(record).size(), 2u) << "each file still starts its tool";
+}
+
+TEST_F(RobocopyEngineTest, CancelStopsTheWaitAndTheRunFinishesTheFileInHand) {
+  InstallTool(true);
+  dir.WriteFile("with space/only.txt", "only");
+  pump.onPump = [this](int) {
+    if (ctx.progress.lblCurrentProcess == "Current Process: Copying File") {
+      ctx.counters.CancelRequested = true;
+    }
+  };
+  EXPECT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Cancelled);
+  EXPECT_EQ(test::ReadBytes(target + "/with space/only.txt"), "only");
+  EXPECT_FALSE(fs::exists(record + ".done")) << "the run did not wait for the tool";
+  dir.WriteFile("go", "");
+  for (int i = 0; i < 300 && !fs::exists(record + ".done"); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  EXPECT_TRUE(fs::exists(record + ".done")) << "the tool was not killed";
+}
+
+}  // namespace
+}  // namespace qr

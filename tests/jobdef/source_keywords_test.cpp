@@ -1,0 +1,241 @@
+// The source keywords that AddSource expands: drives from the mount table and users' documents
+// folders.
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include "jobdef/source_list.h"
+#include "platform/drives.h"
+#include "platform/machine.h"
+#include "platform/text.h"
+#include "run/run_context.h"
+#include "support/child_process.h"
+#include "support/fake_dialogs.h"
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+using Sources = std::vector<std::string>;
+
+TEST(DrivesTest, TheMountTableGivesDrivesWithTheirKinds) {
+  const std::string table =
+      "22 27 0:21 / /proc rw,relatime - proc proc rw\n"
+      "27 1 254:0 / / rw,relatime shared:1 - ext4 /dev/vda rw\n"
+      "30 27 8:17 / /media/usb\\040stick rw,nosuid shared:5 master:2 - vfat /dev/sdb1 rw\n"
+      "31 27 0:40 / /mnt/share rw - cifs //server/share rw\n"
+      "32 27 0:41 / /mnt/nfs rw - nfs4 server:/x rw\n"
+      "33 27 0:42 / /tmp rw - tmpfs tmpfs rw\n"
+      "34 27 0:43 / /run rw,nosuid - tmpfs tmpfs rw\n"
+      "35 24 0:44 / /dev/shm rw - tmpfs tmpfs rw\n"
+      "36 27 8:33 / /run/media/ann/CARD rw - exfat /dev/sdc1 rw\n"
+      "37 27 11:0 / /media/cdrom ro - iso9660 /dev/sr0 ro\n"
+      "38 27 0:46 / /mnt/remote\\134box rw - fuse.sshfs host: rw\n"
+      "39 23 0:29 / /sys/fs/cgroup/cpu rw - cgroup cgroup rw\n"
+      "40 27 7:0 / /snap/core/1 ro - squashfs /dev/loop0 ro\n"
+      "41 27 8:0 / /data rw - xfs /dev/sda rw\n"
+      "42 27 0:50 / /ram rw - ramfs ramfs rw\n"
+      "43 27 0:51 / /merged rw - overlay overlay rw,lowerdir=/a\n"
+      "44 23 0:7 / /sys/kernel/debug rw - debugfs debugfs rw\n"
+      "45 27 0:52 / /proc/sys/fs/binfmt_misc rw - binfmt_misc binfmt_misc rw\n"
+      "46 27 0:53 / /net rw - autofs systemd-1 rw\n"
+      "broken line\n";
+  std::vector<std::string> asked;
+  auto removable = [&asked](const std::string& device) {
+    asked.push_back(device);
+    return device == "8:17" || device == "8:33";
+  };
+  std::vector<Drive> drives = ParseDrives(table, removable);
+
+  std::vector<std::pair<std::string, DriveType>> got;
+  for (const Drive& d : drives) got.emplace_back(d.mountPoint, d.type);
+  const std::vector<std::pair<std::string, DriveType>> expected = {
+      {"/", DriveType::Fixed},
+      {"/media/usb stick", DriveType::Removable},
+      {"/mnt/share", DriveType::Remote},
+      {"/mnt/nfs", DriveType::Remote},
+      {"/tmp", DriveType::RamDisk},
+      {"/run/media/ann/CARD", DriveType::Removable},
+      {"/media/cdrom", DriveType::CdRom},
+      {"/mnt/remote\\box", DriveType::Remote},
+      {"/data", DriveType::Fixed},
+      {"/ram", DriveType::RamDisk},
+      {"/merged", DriveType::Fixed},
+  };
+  EXPECT_EQ(got, expected);
+  // Only block-backed file systems are asked about; a network or RAM one has no device.
+  std::sort(asked.begin(), asked.end());
+  EXPECT_EQ(asked, (std::vector<std::string>{"254:0", "8:0", "8:17", "8:33"}));
+}
+
+TEST(DrivesTest, TheRealMountTableHoldsTheRootAndNoPseudoFileSystem) {
+  std::vector<Drive> drives = MountedDrives();
+  const std::string rootHolder = MountPointOf("/");
+  auto root = std::find_if(drives.begin(), drives.end(),
+                           [&](const Drive& d) { return d.mountPoint == rootHolder; });
+  ASSERT_NE(root, drives.end());
+  for (const Drive& d : drives) {
+    EXPECT_NE(d.mountPoint, "/proc");
+    EXPECT_NE(d.mountPoint, "/sys");
+    EXPECT_NE(d.type, DriveType::NoRootDir) << d.mountPoint;
+  }
+}
+
+class SourceKeywordsTest : public ::testing::Test {
+ protected:
+  test::TempDir dir;
+  test::FakeDialogs dialogs;
+  test::FakePump pump;
+  RunContext ctx{dialogs, pump};
+
+  void Add(std::string p) { AddSource(ctx, p); }
+  const Sources& List() const { return ctx.settings.Sources; }
+  bool Listed(const std::string& p) const {
+    return std::find(List().begin(), List().end(), p) != List().end();
+  }
+};
+
+TEST_F(SourceKeywordsTest, LocalDrivesLeaveOutTheProgramsTargetsAndLogsFileSystems) {
+  // Program, target and log all lie on the file system of the temporary folder.
+  const std::string holder = MountPointOf(dir.path());
+  if (MountPointOf(ProgramFolder()) != holder) {
+    GTEST_SKIP() << "the test program and the temporary folder lie on different file systems";
+  }
+  ctx.settings.TargetPath = dir / "target";
+  ctx.settings.LogPath = dir / "logs";
+  Add(" [LDrive] ");
+  EXPECT_FALSE(Listed(holder));
+  EXPECT_TRUE(dialogs.shown.empty());
+  // What was added are local drives' mount points, unchanged.
+  std::vector<Drive> drives = MountedDrives();
+  for (const std::string& s : List()) {
+    auto d = std::find_if(drives.begin(), drives.end(),
+                          [&](const Drive& x) { return x.mountPoint == s; });
+    ASSERT_NE(d, drives.end()) << s;
+    EXPECT_TRUE(d->type == DriveType::Fixed || d->type == DriveType::Removable ||
+                d->type == DriveType::RamDisk)
+        << s;
+  }
+}
+
+TEST_F(SourceKeywordsTest, ADriveIsLeftOutOnlyWhileItHoldsTheTargetOrTheLog) {
+  if (!test::CanBecomeNobody()) GTEST_SKIP() << "mounting a RAM file system needs root";
+  const std::string ram = dir.MakeDir("ram");
+  // A RAM file system of our own, mounted in a mount namespace that no other process sees.
+  test::ChildOutcome child = test::RunInChild([&](std::string& out) {
+    if (!test::EnterPrivateMountNamespace() ||
+        mount("tmpfs", ram.c_str(), "tmpfs", 0, "size=1m") != 0) {
+      return test::kChildCannotSetUp;
+    }
+    test::FakeDialogs d;
+    test::FakePump p;
+    auto expand = [&](const std::string& keyword, const std::string& target,
+                      const std::string& log) {
+      RunContext c{d, p};
+      c.settings.TargetPath = target;
+      c.settings.LogPath = log;
+      std::string k = keyword;
+      AddSource(c, k);
+      const bool listed = std::find(c.settings.Sources.begin(), c.settings.Sources.end(), ram) !=
+                          c.settings.Sources.end();
+      out += listed ? "Y" : "N";
+    };
+    expand("[LDrive]", "/nowhere/target", "");
+    expand("[LDrive]", ram + "/target", "");
+    expand("[LDrive]", "/nowhere/target", ram + "/logs");
+    expand("[MDrive]", "/nowhere/target", "");
+    out += std::to_string(d.shown.size());
+    umount(ram.c_str());
+    return 0;
+  });
+  if (child.exitCode == test::kChildCannotSetUp) GTEST_SKIP() << "no mount namespace here";
+  ASSERT_EQ(child.exitCode, 0);
+  EXPECT_EQ(child.output, "YNNN0") << "listed as local; left out for target, for log; not remote";
+}
+
+class UserFolderTest : public SourceKeywordsTest {
+ protected:
+  std::string home = dir.MakeDir("home/ann");
+  test::EnvVar homeVar{"HOME", home};
+  test::EnvVar configVar{"XDG_CONFIG_HOME", std::nullopt};
+};
+
+TEST_F(UserFolderTest, TheUsersDocumentsFolderIsOfferedWhenItExists) {
+  Add("[UserFolder]");
+  EXPECT_TRUE(List().empty());
+  EXPECT_TRUE(dialogs.shown.empty()) << "a keyword is never a missing path";
+
+  const std::string docs = dir.MakeDir("home/ann/Documents");
+  Add("  [UserFolder]");
+  EXPECT_EQ(List(), Sources{docs});
+}
+
+TEST_F(UserFolderTest, TheXdgDocumentsFolderTakesPrecedence) {
+  dir.MakeDir("home/ann/Documents");
+  const std::string papers = dir.MakeDir("home/ann/My Papers");
+  dir.WriteFile("home/ann/.config/user-dirs.dirs",
+                "# written by xdg-user-dirs-update\n"
+                "XDG_DESKTOP_DIR=\"$HOME/Desktop\"\n"
+                "XDG_DOCUMENTS_DIR=\"$HOME/My Papers\"\n");
+  Add("[UserFolder]");
+  EXPECT_EQ(List(), Sources{papers});
+}
+
+TEST_F(UserFolderTest, KeywordsAreCaseSensitive) {
+  dir.MakeDir("home/ann/Documents");
+  ctx.flags.silent = false;
+  Add("[userfolder]");
+  EXPECT_TRUE(List().empty());
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text,
+            "[userfolder]\r\n\r\nThe path you have specified cannot be found on this machine.");
+}
+
+TEST_F(SourceKeywordsTest, AllUsersFoldersFollowGotHere) {
+  Add("[UserFolders]");
+  ASSERT_FALSE(dialogs.shown.empty());
+  EXPECT_EQ(dialogs.shown[0].text, "Got Here");
+  EXPECT_EQ(dialogs.shown[0].title, "");
+  EXPECT_EQ(dialogs.shown[0].icon, Icon::None);
+  EXPECT_EQ(dialogs.shown[0].buttons, Buttons::Ok);
+}
+
+TEST_F(SourceKeywordsTest, AllUsersFoldersAreEveryHomesDocumentsFolder) {
+  if (!test::CanBecomeNobody()) GTEST_SKIP() << "mounting over /home needs root";
+  // Fresh /home and /root in a mount namespace of the child's own.
+  test::ChildOutcome child = test::RunInChild([&](std::string& out) {
+    if (!test::EnterPrivateMountNamespace() ||
+        mount("tmpfs", "/home", "tmpfs", 0, "size=1m") != 0 ||
+        mount("tmpfs", "/root", "tmpfs", 0, "size=1m") != 0) {
+      return test::kChildCannotSetUp;
+    }
+    namespace fs = std::filesystem;
+    fs::create_directories("/home/bob/Documents");
+    fs::create_directories("/home/ann/Documents");
+    fs::create_directories("/home/ann/Papers");
+    fs::create_directories("/home/ann/.config");
+    {
+      std::ofstream f("/home/ann/.config/user-dirs.dirs");
+      f << "XDG_DOCUMENTS_DIR=\"$HOME/Papers\"\n";
+    }
+    fs::create_directories("/home/carol");
+    fs::create_directories("/root/Documents");
+    test::FakeDialogs d;
+    test::FakePump p;
+    RunContext c{d, p};
+    std::string k = "[UserFolders]";
+    AddSource(c, k);
+    for (const auto& s : c.settings.Sources) out += s + "\n";
+    out += std::to_string(d.shown.size());
+    return 0;
+  });
+  if (child.exitCode == test::kChildCannotSetUp) GTEST_SKIP() << "no mount namespace here";
+  ASSERT_EQ(child.exitCode, 0);
+  EXPECT_EQ(child.output, "/home/ann/Papers\n/home/bob/Documents\n/root/Documents\n1");
+}
+
+}  // namespace
+}  // namespace qr
