@@ -405,7 +405,9 @@ void TallyUnicodeList(RunContext& ctx, const std::string& path, const std::strin
         size_t end = text.find(u"\r\n", start);
         std::u16string line = text.substr(start, end - start);
         start = end + 2;
+        stage = "Checking for last line chunk";
         stage = "Splitting line by tabs";
+        stage = "Comparing current path to remainder string";
         stage = "Grabbing first tab-delimited chunk";
         std::string field = Trim(Utf16ToUtf8(line.substr(0, line.find(u'\t'))));
         TallyListEntry(ctx, field, missingLog, true, stage, cancelled);
