@@ -14,6 +14,7 @@
 #include "jobdb/db_connection.h"
 #include "platform/text.h"
 #include "platform/unicode_text.h"
+#include "runner_process.h"
 #include "support/temp_dir.h"
 
 namespace qr {
@@ -22,23 +23,7 @@ namespace {
 using test::TempDir;
 
 pid_t Start(const std::vector<std::string>& args, const std::string& cwd) {
-  pid_t pid = fork();
-  if (pid == 0) {
-    int devNull = open("/dev/null", O_RDWR);
-    if (devNull < 0 || chdir(cwd.c_str()) != 0) _exit(127);
-    dup2(devNull, 0);
-    dup2(devNull, 1);
-    dup2(devNull, 2);
-    std::vector<char*> argv;
-    std::string program = RAVELIN_RUN_BINARY;
-    argv.push_back(program.data());
-    std::vector<std::string> copy = args;
-    for (std::string& a : copy) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    execv(program.c_str(), argv.data());
-    _exit(127);
-  }
-  return pid;
+  return test::StartRunner(args, cwd, -1, -1);
 }
 
 int Wait(pid_t pid) {
@@ -88,11 +73,9 @@ TEST(ResumeAfterKill, EveryFileEndsCopiedAndVerifiedAndNothingIsLost) {
     EXPECT_EQ(test::ReadBytes(t / "out/src/" + rel), bytes) << rel;
   }
   // Each file verified; only the one in hand at the kill may stand twice.
-  std::string raw = test::ReadBytes(t / "logs/_verification_log.csv");
-  ASSERT_GT(raw.size(), 2u);
-  std::u16string text(reinterpret_cast<const char16_t*>(raw.data() + 2), (raw.size() - 2) / 2);
   std::map<std::string, int> seen;
-  std::vector<std::string> lines = SplitLines(Utf16ToUtf8(text));
+  std::vector<std::string> lines = test::Utf16FileLines(t / "logs/_verification_log.csv");
+  ASSERT_GT(lines.size(), 1u);
   for (size_t i = 1; i < lines.size(); ++i) {
     for (const auto& [rel, bytes] : contents) {
       if (lines[i].find("/src/" + rel + ",") != std::string::npos) {

@@ -13,6 +13,7 @@
 #include "progress_line.h"
 #include "pseudo_terminal.h"
 #include "run_command.h"
+#include "runner_process.h"
 #include "support/child_process.h"
 #include "support/temp_dir.h"
 
@@ -40,32 +41,17 @@ Ran InProcess(const std::vector<std::string>& args, const std::string& typed = "
   return r;
 }
 
-// The built program in `cwd`, standard input on /dev/null (no terminal).
 // The built program in `cwd`, standard input on /dev/null (no terminal); `asNobody` drops to
 // user nobody first, since tests run as root, which reads everything.
 Ran Binary(const std::vector<std::string>& args, const std::string& cwd, bool asNobody = false) {
   TempDir io;
   if (asNobody) chmod(io.path().c_str(), 0777);
   const std::string outPath = io / "out", errPath = io / "err";
-  pid_t pid = fork();
-  if (pid == 0) {
-    int devNull = open("/dev/null", O_RDONLY);
-    int o = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    int e = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    if (devNull < 0 || o < 0 || e < 0 || chdir(cwd.c_str()) != 0) _exit(127);
-    dup2(devNull, 0);
-    dup2(o, 1);
-    dup2(e, 2);
-    if (asNobody && !test::BecomeNobody()) _exit(test::kChildCannotSetUp);
-    std::vector<char*> argv;
-    std::string program = RAVELIN_RUN_BINARY;
-    argv.push_back(program.data());
-    std::vector<std::string> copy = args;
-    for (std::string& a : copy) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    execv(program.c_str(), argv.data());
-    _exit(127);
-  }
+  int o = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  int e = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  pid_t pid = test::StartRunner(args, cwd, o, e, asNobody);
+  close(o);
+  close(e);
   Ran r;
   int ws = 0;
   if (pid > 0 && waitpid(pid, &ws, 0) == pid && WIFEXITED(ws)) r.status = WEXITSTATUS(ws);
@@ -81,23 +67,9 @@ Ran BinaryOnTerminal(const std::vector<std::string>& args, const std::string& cw
                      const std::function<void(const std::string&, pid_t)>& watch = {}) {
   TempDir io;
   const std::string outPath = io / "out";
-  pid_t pid = fork();
-  if (pid == 0) {
-    int devNull = open("/dev/null", O_RDONLY);
-    int o = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    if (devNull < 0 || o < 0 || chdir(cwd.c_str()) != 0) _exit(127);
-    dup2(devNull, 0);
-    dup2(o, 1);
-    dup2(tty.slave(), 2);
-    std::vector<char*> argv;
-    std::string program = RAVELIN_RUN_BINARY;
-    argv.push_back(program.data());
-    std::vector<std::string> copy = args;
-    for (std::string& a : copy) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    execv(program.c_str(), argv.data());
-    _exit(127);
-  }
+  int o = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  pid_t pid = test::StartRunner(args, cwd, o, tty.slave());
+  close(o);
   tty.CloseSlave();  // the child holds the only writer: its end shows as the end of the text
   Ran r;
   int ws = 0;

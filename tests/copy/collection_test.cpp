@@ -24,15 +24,6 @@ namespace {
 namespace fs = std::filesystem;
 using test::TempDir;
 
-
-
-std::vector<std::string> CsvLines(const std::string& path) {
-  std::string raw = test::ReadBytesQuietly(path);
-  if (raw.size() < 2) return {};
-  std::u16string text(reinterpret_cast<const char16_t*>(raw.data() + 2), (raw.size() - 2) / 2);
-  return SplitLines(Utf16ToUtf8(text));
-}
-
 struct Snapshot {
   mode_t mode = 0;
   FileTime atime = 0, mtime = 0;
@@ -136,7 +127,7 @@ TEST_F(CollectionTest, EveryCopyEqualsItsSourceAndTheSourceIsUntouched) {
   }
 
   // One CSV line per file behind the header, both hashes equal to the content's MD5.
-  std::vector<std::string> lines = CsvLines(logs + "/_verification_log.csv");
+  std::vector<std::string> lines = test::Utf16FileLines(logs + "/_verification_log.csv");
   ASSERT_EQ(lines.size(), 7u);
   for (size_t i = 1; i < lines.size(); ++i) {
     EXPECT_EQ(lines[i].find(",Y,Y,N,"), lines[i].find(','))
@@ -165,7 +156,7 @@ TEST_F(CollectionTest, AFileNamedLikeAShortNameKeepsItsName) {
   ASSERT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Completed);
   EXPECT_EQ(test::ReadBytes(target + "/evidence/ABCDEF~1.TXT"), "short");
   EXPECT_FALSE(fs::exists(target + "/evidence/ABCDEF~1.TXT.tmp"));
-  std::vector<std::string> lines = CsvLines(logs + "/_verification_log.csv");
+  std::vector<std::string> lines = test::Utf16FileLines(logs + "/_verification_log.csv");
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_NE(lines[1].find(target + "/evidence/ABCDEF~1.TXT,"), std::string::npos) << lines[1];
 }
@@ -194,7 +185,7 @@ TEST_F(CollectionTest, CancelFinishesTheFileInHandAndLeavesTheRestForAResume) {
   const int done = db.Query("Select * from tFiles where completed = '1'").RowCount();
   EXPECT_EQ(done, 2) << "the file in hand finishes, with its record";
   EXPECT_EQ(db.Query("Select * from tFiles where completed = '0'").RowCount(), 6);
-  EXPECT_EQ(CsvLines(logs + "/_verification_log.csv").size(), 3u);
+  EXPECT_EQ(test::Utf16FileLines(logs + "/_verification_log.csv").size(), 3u);
   // The folder pass is skipped.
   EXPECT_EQ(db.Query("Select * from tFolders where completed = '1'").RowCount(), 0);
 }
@@ -222,7 +213,7 @@ TEST_F(CollectionTest, ASourceThatCannotBeReadLeavesNoTargetAndIsRecorded) {
   EXPECT_FALSE(fs::exists(target + "/evidence/closed.txt"));
   EXPECT_EQ(test::ReadBytes(target + "/evidence/open.txt"), "open");
   std::string closedLine;
-  for (const auto& l : CsvLines(logs + "/_verification_log.csv")) {
+  for (const auto& l : test::Utf16FileLines(logs + "/_verification_log.csv")) {
     if (l.find("closed.txt") != std::string::npos) closedLine = l;
   }
   EXPECT_NE(closedLine.find("(Destination file not found) "), std::string::npos) << closedLine;

@@ -24,13 +24,6 @@ namespace {
 namespace fs = std::filesystem;
 using test::TempDir;
 
-std::vector<std::string> CsvLines(const std::string& path) {
-  std::string raw = test::ReadBytesQuietly(path);
-  if (raw.size() < 2) return {};
-  std::u16string text(reinterpret_cast<const char16_t*>(raw.data() + 2), (raw.size() - 2) / 2);
-  return SplitLines(Utf16ToUtf8(text));
-}
-
 // Every argument on a line of its own, a "--" line after each call.
 std::vector<std::vector<std::string>> RecordedCalls(const std::string& path) {
   std::vector<std::vector<std::string>> calls(1);
@@ -89,7 +82,7 @@ class RobocopyEngineTest : public ::testing::Test {
 
   // The CSV has one line per file, each with matching hashes of source and copy.
   void ExpectVerified(size_t files) {
-    std::vector<std::string> lines = CsvLines(logs + "/_verification_log.csv");
+    std::vector<std::string> lines = test::Utf16FileLines(logs + "/_verification_log.csv");
     ASSERT_EQ(lines.size(), files + 1);
     for (size_t i = 1; i < lines.size(); ++i) {
       EXPECT_NE(lines[i].find(",Y,Y,"), std::string::npos) << lines[i];

@@ -152,11 +152,8 @@ TEST_F(RunDriverTest, ACompletedRunLeavesItsRecordAndReport) {
   EXPECT_EQ(record.substr(record.size() - 2), "\r\n");
 
   // The CSV starts with its header line, in UTF-16 behind a byte-order mark.
-  std::string csv = ReadBytes(LogFile("_verification_log.csv"));
-  ASSERT_GE(csv.size(), 2u);
-  EXPECT_EQ(csv.substr(0, 2), "\xFF\xFE");
-  std::u16string header(reinterpret_cast<const char16_t*>(csv.data() + 2), (csv.size() - 2) / 2);
-  EXPECT_EQ(Split(Utf16ToUtf8(header), "\r\n")[0],
+  EXPECT_EQ(ReadBytes(LogFile("_verification_log.csv")).substr(0, 2), "\xFF\xFE");
+  EXPECT_EQ(test::Utf16FileLines(LogFile("_verification_log.csv")).at(0),
             "Date/Time Copied,Hashes Match,TS Exact Match,Long Path,Source Path,Source Created "
             "Date,Source Modified Date,Source Access Date,Source Size,Source MD5,Dest Path,Dest "
             "Created Date,Dest Modified Date,Dest Access Date,Dest Size,Dest MD5,Error "

@@ -1,5 +1,8 @@
 #include "support/temp_dir.h"
 
+#include "platform/text.h"
+#include "platform/unicode_text.h"
+
 #include <fcntl.h>
 #include <openssl/evp.h>
 #include <unistd.h>
@@ -66,6 +69,17 @@ std::string ReadBytesQuietly(const std::string& path) {
   while (fd >= 0 && (n = read(fd, buf, sizeof buf)) > 0) bytes.append(buf, static_cast<size_t>(n));
   if (fd >= 0) close(fd);
   return bytes;
+}
+
+std::string Utf16FileText(const std::string& path) {
+  std::string raw = ReadBytesQuietly(path);
+  if (raw.size() < 2) return {};
+  std::u16string text(reinterpret_cast<const char16_t*>(raw.data() + 2), (raw.size() - 2) / 2);
+  return Utf16ToUtf8(text);
+}
+
+std::vector<std::string> Utf16FileLines(const std::string& path) {
+  return SplitLines(Utf16FileText(path));
 }
 
 std::string Md5Of(const std::string& bytes) {

@@ -2,6 +2,7 @@
 // A fresh temporary folder per test, removed with everything in it afterwards.
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qr::test {
 
@@ -29,6 +30,9 @@ class TempDir {
 std::string ReadBytes(const std::string& path);
 // The same, read without moving the file's access time: a test must not disturb what it checks.
 std::string ReadBytesQuietly(const std::string& path);
+// The text of a UTF-16LE file behind its byte-order mark, as UTF-8, and its lines.
+std::string Utf16FileText(const std::string& path);
+std::vector<std::string> Utf16FileLines(const std::string& path);
 // The MD5 of bytes in memory, lower-case hex, through OpenSSL's one-shot call.
 std::string Md5Of(const std::string& bytes);
 // Tests run as root, which reads everything: a test of a denied permission runs its case as
