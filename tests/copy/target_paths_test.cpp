@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <ctime>
@@ -17,9 +16,6 @@ namespace qr {
 namespace {
 
 namespace fs = std::filesystem;
-using test::FakeDialogs;
-using test::FakePump;
-using test::TempDir;
 
 struct statx Look(const std::string& path) {
   struct statx st {};
@@ -34,73 +30,73 @@ void SetTimes(const std::string& path, struct timespec atime, struct timespec mt
 
 class TargetPathsTest : public ::testing::Test {
  protected:
-  TempDir dir;
-  FakeDialogs dialogs;
-  FakePump pump;
-  RunContext ctx{dialogs, pump};
+  void TearDown() override { EXPECT_TRUE(dialogs.shown.empty()); }
 
-  void Layout(const std::string& target, bool fullPaths, bool rootFolders, bool createSubs) {
-    ctx.settings.TargetPath = target;
-    ctx.settings.FullPaths = fullPaths;
-    ctx.settings.RootFolders = rootFolders;
-    ctx.settings.CreateSubs = createSubs;
-  }
+  test::TempDir dir;
+  test::FakeDialogs dialogs;
+  test::FakePump pump;
+  RunContext ctx{dialogs, pump};
 };
 
-TEST_F(TargetPathsTest, FullPathsRebuildTheSourceBelowTheTarget) {
-  Layout("/out", true, false, true);
-  EXPECT_EQ(GetTargetFolder(ctx, "/data/sub/"), "/out/data/sub/");
-  // The full path wins over the subfolder option.
-  ctx.settings.CreateSubs = false;
-  EXPECT_EQ(GetTargetFolder(ctx, "/data/sub/"), "/out/data/sub/");
-  // A share loses its server name...
-  EXPECT_EQ(GetTargetFolder(ctx, "//srv/share/x/"), "/out/share/x/");
-  // ...which Root Folders keeps; a local path has no drive to keep, so nothing doubles.
-  ctx.settings.RootFolders = true;
-  EXPECT_EQ(GetTargetFolder(ctx, "//srv/share/x/"), "/out/srv/share/x/");
-  EXPECT_EQ(GetTargetFolder(ctx, "/data/sub/"), "/out/data/sub/");
-  // Colons are ordinary name characters here.
-  EXPECT_EQ(GetTargetFolder(ctx, "/data/a:b/c:d/"), "/out/data/a:b/c:d/");
-  // A target typed with its separator, or the root itself, gets no doubled one.
-  Layout("/out/", true, false, true);
-  EXPECT_EQ(GetTargetFolder(ctx, "/data/sub/"), "/out/data/sub/");
-  Layout("/", true, false, true);
-  EXPECT_EQ(GetTargetFolder(ctx, "/data/sub/"), "/data/sub/");
-  EXPECT_EQ(GetTargetFolder(ctx, "/"), "/");
-  EXPECT_TRUE(dialogs.shown.empty());
-}
-
-TEST_F(TargetPathsTest, WithoutFullPathsTheSourceRootFolderIsKeptBelowTheTarget) {
-  Layout("/out", false, false, true);
-  ctx.counters.CurrentSourceRoot = "/home/u/data";
-  EXPECT_EQ(GetTargetFolder(ctx, "/home/u/data/"), "/out/data/");
-  EXPECT_EQ(GetTargetFolder(ctx, "/home/u/data/sub/deeper/"), "/out/data/sub/deeper/");
-  // A single file source: its folder is the root, so the file lands in the target itself.
-  ctx.counters.CurrentSourceRoot = "/home/u/";
-  EXPECT_EQ(GetTargetFolder(ctx, "/home/u/"), "/out/");
-  // A whole-disk source.
-  ctx.counters.CurrentSourceRoot = "/";
-  EXPECT_EQ(GetTargetFolder(ctx, "/etc/x/"), "/out/etc/x/");
-  Layout("/", false, false, true);
-  ctx.counters.CurrentSourceRoot = "/home/u/data";
-  EXPECT_EQ(GetTargetFolder(ctx, "/home/u/data/sub/"), "/data/sub/");
-}
-
-TEST_F(TargetPathsTest, WithNeitherFullPathsNorSubfoldersEverythingLandsInTheTarget) {
-  ctx.counters.CurrentSourceRoot = "/home/u/data";
-  Layout("/out", false, false, false);
-  EXPECT_EQ(GetTargetFolder(ctx, "/home/u/data/sub/deeper/"), "/out/");
-  EXPECT_EQ(GetTargetFilePath(ctx, "/home/u/data/sub/f.txt"), "/out/f.txt");
-  Layout("/", false, false, false);
-  EXPECT_EQ(GetTargetFolder(ctx, "/home/u/data/sub/"), "/");
-  EXPECT_EQ(GetTargetFilePath(ctx, "/home/u/data/sub/f.txt"), "/f.txt");
+TEST_F(TargetPathsTest, TargetFolderForEachLayout) {
+  struct Case {
+    const char* target;
+    bool fullPaths, rootFolders, createSubs;
+    const char* sourceRoot;
+    const char* folder;
+    const char* expected;
+  };
+  const Case cases[] = {
+      // Full paths rebuild the source below the target, whatever the subfolder box says.
+      {"/out", true, false, true, "", "/data/sub/", "/out/data/sub/"},
+      {"/out", true, false, false, "", "/data/sub/", "/out/data/sub/"},
+      // A share loses its server name, which Root Folders keeps; a local path has no drive to
+      // keep, so nothing doubles.
+      {"/out", true, false, true, "", "//srv/share/x/", "/out/share/x/"},
+      {"/out", true, true, true, "", "//srv/share/x/", "/out/srv/share/x/"},
+      {"/out", true, true, true, "", "/data/sub/", "/out/data/sub/"},
+      // Colons are ordinary name characters here.
+      {"/out", true, false, true, "", "/data/a:b/c:d/", "/out/data/a:b/c:d/"},
+      // A target typed with its separator, or the root itself, gets no doubled one.
+      {"/out/", true, false, true, "", "/data/sub/", "/out/data/sub/"},
+      {"/", true, false, true, "", "/data/sub/", "/data/sub/"},
+      {"/", true, false, true, "", "/", "/"},
+      // Without full paths the source root's own folder is kept below the target.
+      {"/out", false, false, true, "/home/u/data", "/home/u/data/", "/out/data/"},
+      {"/out", false, false, true, "/home/u/data", "/home/u/data/sub/deeper/",
+       "/out/data/sub/deeper/"},
+      // A single file source: its folder is the root, so the file lands in the target itself.
+      {"/out", false, false, true, "/home/u/", "/home/u/", "/out/"},
+      {"/out", false, false, true, "/", "/etc/x/", "/out/etc/x/"},  // a whole-disk source
+      {"/", false, false, true, "/home/u/data", "/home/u/data/sub/", "/data/sub/"},
+      // With neither full paths nor subfolders everything lands in the target.
+      {"/out", false, false, false, "/home/u/data", "/home/u/data/sub/deeper/", "/out/"},
+      {"/", false, false, false, "/home/u/data", "/home/u/data/sub/", "/"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message()
+                 << c.target << " full " << c.fullPaths << " root " << c.rootFolders << " subs "
+                 << c.createSubs << " " << c.folder);
+    ctx.settings.TargetPath = c.target;
+    ctx.settings.FullPaths = c.fullPaths;
+    ctx.settings.RootFolders = c.rootFolders;
+    ctx.settings.CreateSubs = c.createSubs;
+    ctx.counters.CurrentSourceRoot = c.sourceRoot;
+    EXPECT_EQ(GetTargetFolder(ctx, c.folder), c.expected);
+    if (!c.createSubs) {
+      EXPECT_EQ(GetTargetFilePath(ctx, std::string(c.folder) + "f.txt"),
+                c.expected + std::string("f.txt"));
+    }
+  }
 }
 
 TEST_F(TargetPathsTest, TargetFilePathRenamesOnlyInTheRenameMode) {
   const std::string out = dir.MakeDir("out");
   dir.WriteFile("out/data/f.txt", "existing");
   ctx.counters.CurrentSourceRoot = "/src/data";
-  Layout(out, false, false, true);
+  ctx.settings.TargetPath = out;
+  ctx.settings.FullPaths = false;
+  ctx.settings.CreateSubs = true;
   ctx.settings.Collision = kCollisionOverwrite;
   EXPECT_EQ(GetTargetFilePath(ctx, "/src/data/f.txt"), out + "/data/f.txt");
   ctx.settings.Collision = kCollisionRename;
@@ -109,41 +105,33 @@ TEST_F(TargetPathsTest, TargetFilePathRenamesOnlyInTheRenameMode) {
 }
 
 TEST_F(TargetPathsTest, CollisionNamesTakeTheFirstFreeNumber) {
-  const std::string a = dir.WriteFile("a.txt", "0");
-  dir.WriteFile("a(1).txt", "1");
-  dir.WriteFile("a(2).txt", "2");
-  EXPECT_EQ(GetCollisionName(ctx, a), dir / "a(3).txt");
-  // A gap is filled.
-  const std::string c = dir.WriteFile("c.tar.gz", "0");
-  dir.WriteFile("c.tar(2).gz", "2");
-  EXPECT_EQ(GetCollisionName(ctx, c), dir / "c.tar(1).gz");
-  // A free name comes back as it is.
-  EXPECT_EQ(GetCollisionName(ctx, dir / "free.txt"), dir / "free.txt");
-  // No extension.
-  const std::string b = dir.WriteFile("b", "0");
-  EXPECT_EQ(GetCollisionName(ctx, b), dir / "b(1)");
-  // Only a file takes a name: a folder of the same name does not count as used.
+  for (const char* taken :
+       {"a.txt", "a(1).txt", "a(2).txt", "c.tar.gz", "c.tar(2).gz", "b", "v1.0/readme"}) {
+    dir.WriteFile(taken, "0");
+  }
   dir.MakeDir("b(1)");
-  EXPECT_EQ(GetCollisionName(ctx, b), dir / "b(1)");
-  // The dot is looked for in the whole path: one only in a folder name leaves the path as is.
-  const std::string inDotted = dir.WriteFile("v1.0/readme", "0");
-  EXPECT_EQ(GetCollisionName(ctx, inDotted), inDotted);
-  EXPECT_TRUE(dialogs.shown.empty());
+  const std::pair<const char*, const char*> cases[] = {
+      {"a.txt", "a(3).txt"},
+      {"c.tar.gz", "c.tar(1).gz"},  // a gap is filled
+      {"free.txt", "free.txt"},     // a free name comes back as it is
+      {"b", "b(1)"},                // no extension; a folder of that name does not count as used
+      // The dot is looked for in the whole path: one only in a folder name leaves the path as is.
+      {"v1.0/readme", "v1.0/readme"},
+  };
+  for (const auto& [name, expected] : cases)
+    EXPECT_EQ(GetCollisionName(ctx, dir / name), dir / expected);
 }
 
-TEST_F(TargetPathsTest, CreateOneDirectoryGivesTheErrnoAndReportsNothing) {
+TEST_F(TargetPathsTest, CreatingDirectoriesGivesTheErrnoOfTheLastLevel) {
   EXPECT_EQ(CreateOneDirectory(ctx, dir / "one/"), 0);
   EXPECT_TRUE(fs::is_directory(dir / "one"));
   EXPECT_EQ(CreateOneDirectory(ctx, dir / "one"), EEXIST);
   EXPECT_EQ(CreateOneDirectory(ctx, dir / "missing/two"), ENOENT);
-  EXPECT_TRUE(dialogs.shown.empty());
-}
 
-TEST_F(TargetPathsTest, WithoutASourceEveryMissingLevelIsCreatedAndTheLastResultKept) {
+  // Without a source every missing level is created.
   EXPECT_EQ(CreateTargetDirs(ctx, dir / "t/u/v/", ""), 0);
   EXPECT_TRUE(fs::is_directory(dir / "t/u/v"));
-  // All present: nothing to do.
-  EXPECT_EQ(CreateTargetDirs(ctx, dir / "t/u/v", "  "), 0);
+  EXPECT_EQ(CreateTargetDirs(ctx, dir / "t/u/v", "  "), 0);  // all present: nothing to do
   // A file in the way: the level below it can't be made, and that is what is returned.
   dir.WriteFile("t/file", "x");
   EXPECT_EQ(CreateTargetDirs(ctx, dir / "t/file/w", ""), ENOTDIR);
@@ -158,66 +146,49 @@ TEST_F(TargetPathsTest, NewLevelsCarryTheTimesOfTheFolderFoundBelowTheSourceBase
   const std::string d = dir.path();
   const std::string sourceOfOut = dir.MakeDir(d.substr(1) + "/out");
   const std::string sourceOfLeaf = dir.MakeDir(d.substr(1) + "/out/leaf");
-  const struct timespec outAccess = {1000000000, 100};
-  const struct timespec outWrite = {1000000500, 200};
-  const struct timespec leafAccess = {1100000000, 300};
-  const struct timespec leafWrite = {1100000500, 400};
-  SetTimes(sourceOfLeaf, leafAccess, leafWrite);
-  SetTimes(sourceOfOut, outAccess, outWrite);
+  SetTimes(sourceOfLeaf, {1100000000, 300}, {1100000500, 400});
+  SetTimes(sourceOfOut, {1000000000, 100}, {1000000500, 200});
 
   EXPECT_EQ(CreateTargetDirs(ctx, d + "/out/leaf/", "/zz/leaf/"), 0);
   const struct statx leaf = Look(d + "/out/leaf");
-  EXPECT_EQ(leaf.stx_atime.tv_sec, leafAccess.tv_sec);
-  EXPECT_EQ(leaf.stx_mtime.tv_sec, leafWrite.tv_sec);
+  EXPECT_EQ(leaf.stx_atime.tv_sec, 1100000000);
+  EXPECT_EQ(leaf.stx_mtime.tv_sec, 1100000500);
   EXPECT_EQ(leaf.stx_mtime.tv_nsec, 400u);
   // The level above was stamped at its creation; making the level below it moved its
   // modification time, which the folder pass puts right later, but not its access time.
-  EXPECT_EQ(Look(d + "/out").stx_atime.tv_sec, outAccess.tv_sec);
+  EXPECT_EQ(Look(d + "/out").stx_atime.tv_sec, 1000000000);
   // The lookups left the source folders as they were.
-  EXPECT_EQ(Look(sourceOfLeaf).stx_atime.tv_sec, leafAccess.tv_sec);
+  EXPECT_EQ(Look(sourceOfLeaf).stx_atime.tv_sec, 1100000000);
 }
 
 TEST_F(TargetPathsTest, AMissingSourceFolderLeavesTheTimesInHand) {
   const std::string d = dir.path();
-  const std::string sourceOfOut = dir.MakeDir(d.substr(1) + "/out");
-  const struct timespec outAccess = {1000000000, 0};
-  const struct timespec outWrite = {1000000500, 0};
-  SetTimes(sourceOfOut, outAccess, outWrite);
-
+  SetTimes(dir.MakeDir(d.substr(1) + "/out"), {1000000000, 0}, {1000000500, 0});
   EXPECT_EQ(CreateTargetDirs(ctx, d + "/out/leaf", "/zz/leaf"), 0);
-  const struct statx leaf = Look(d + "/out/leaf");
-  EXPECT_EQ(leaf.stx_atime.tv_sec, outAccess.tv_sec);
-  EXPECT_EQ(leaf.stx_mtime.tv_sec, outWrite.tv_sec);
+  EXPECT_EQ(Look(d + "/out/leaf").stx_atime.tv_sec, 1000000000);
+  EXPECT_EQ(Look(d + "/out/leaf").stx_mtime.tv_sec, 1000000500);
 }
 
-TEST_F(TargetPathsTest, WithNothingReadANewLevelKeepsItsOwnTimes) {
-  // Same depth, and the first level below the root is shared: S is the root, and S + Y is the
-  // new level itself, which does not exist yet. The zero times in hand change nothing.
+TEST_F(TargetPathsTest, SameDepthTargetsAndSources) {
   const std::string d = dir.path();
   const auto a = fs::path(d + "/t1/t2");
-  std::string source;
-  bool first = true;
+  std::string shared, foreign;
   for (const auto& part : a.relative_path()) {
-    source += "/" + (first ? part.string() : "nx-" + part.string());
-    first = false;
+    shared += std::string("/") + (shared.empty() ? "" : "nx-") + part.string();
+    foreign += "/nx-" + part.string();
   }
+  // No level in common: nothing can be compared, nothing is created.
+  EXPECT_EQ(CreateTargetDirs(ctx, a.string() + "/", foreign + "/"), -1);
+  EXPECT_FALSE(fs::exists(d + "/t1"));
+  EXPECT_EQ(CreateTargetDirs(ctx, "/", "/src"), -1);  // a target with no level at all
+
+  // The first level below the root shared: S is the root, and S + Y is the new level itself,
+  // which does not exist yet. The zero times in hand change nothing.
   const std::time_t before = std::time(nullptr);
-  EXPECT_EQ(CreateTargetDirs(ctx, a.string(), source), 0);
+  EXPECT_EQ(CreateTargetDirs(ctx, a.string(), shared), 0);
   ASSERT_TRUE(fs::is_directory(a));
   EXPECT_GE(Look(a.string()).stx_mtime.tv_sec, before - 1);
   EXPECT_GE(Look(d + "/t1").stx_atime.tv_sec, before - 1);
-}
-
-TEST_F(TargetPathsTest, SameDepthWithNoLevelInCommonCreatesNothing) {
-  const std::string d = dir.path();
-  const auto a = fs::path(d + "/t1/t2");
-  std::string source;
-  for (const auto& part : a.relative_path()) source += "/nx-" + part.string();
-  EXPECT_EQ(CreateTargetDirs(ctx, a.string() + "/", source + "/"), -1);
-  EXPECT_FALSE(fs::exists(d + "/t1"));
-  // A target with no level at all can't be compared either.
-  EXPECT_EQ(CreateTargetDirs(ctx, "/", "/src"), -1);
-  EXPECT_TRUE(dialogs.shown.empty());
 }
 
 }  // namespace

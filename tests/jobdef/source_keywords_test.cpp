@@ -4,6 +4,7 @@
 #include <sys/mount.h>
 
 #include <algorithm>
+#include <tuple>
 #include <filesystem>
 #include <fstream>
 
@@ -21,67 +22,49 @@ namespace {
 
 using Sources = std::vector<std::string>;
 
+// Each mount table line with the drive it gives (an empty mount point: no drive). Escaped blanks
+// and backslashes are decoded; pseudo file systems and system RAM folders are never drives.
 TEST(DrivesTest, TheMountTableGivesDrivesWithTheirKinds) {
-  const std::string table =
-      "22 27 0:21 / /proc rw,relatime - proc proc rw\n"
-      "27 1 254:0 / / rw,relatime shared:1 - ext4 /dev/vda rw\n"
-      "30 27 8:17 / /media/usb\\040stick rw,nosuid shared:5 master:2 - vfat /dev/sdb1 rw\n"
-      "31 27 0:40 / /mnt/share rw - cifs //server/share rw\n"
-      "32 27 0:41 / /mnt/nfs rw - nfs4 server:/x rw\n"
-      "33 27 0:42 / /tmp rw - tmpfs tmpfs rw\n"
-      "34 27 0:43 / /run rw,nosuid - tmpfs tmpfs rw\n"
-      "35 24 0:44 / /dev/shm rw - tmpfs tmpfs rw\n"
-      "36 27 8:33 / /run/media/ann/CARD rw - exfat /dev/sdc1 rw\n"
-      "37 27 11:0 / /media/cdrom ro - iso9660 /dev/sr0 ro\n"
-      "38 27 0:46 / /mnt/remote\\134box rw - fuse.sshfs host: rw\n"
-      "39 23 0:29 / /sys/fs/cgroup/cpu rw - cgroup cgroup rw\n"
-      "40 27 7:0 / /snap/core/1 ro - squashfs /dev/loop0 ro\n"
-      "41 27 8:0 / /data rw - xfs /dev/sda rw\n"
-      "42 27 0:50 / /ram rw - ramfs ramfs rw\n"
-      "43 27 0:51 / /merged rw - overlay overlay rw,lowerdir=/a\n"
-      "44 23 0:7 / /sys/kernel/debug rw - debugfs debugfs rw\n"
-      "45 27 0:52 / /proc/sys/fs/binfmt_misc rw - binfmt_misc binfmt_misc rw\n"
-      "46 27 0:53 / /net rw - autofs systemd-1 rw\n"
-      "broken line\n";
+  const std::vector<std::tuple<std::string, std::string, DriveType>> lines = {
+      {"22 27 0:21 / /proc rw,relatime - proc proc rw", "", {}},
+      {"27 1 254:0 / / rw,relatime shared:1 - ext4 /dev/vda rw", "/", DriveType::Fixed},
+      {"30 27 8:17 / /media/usb\\040stick rw,nosuid shared:5 master:2 - vfat /dev/sdb1 rw",
+       "/media/usb stick", DriveType::Removable},
+      {"31 27 0:40 / /mnt/share rw - cifs //server/share rw", "/mnt/share", DriveType::Remote},
+      {"32 27 0:41 / /mnt/nfs rw - nfs4 server:/x rw", "/mnt/nfs", DriveType::Remote},
+      {"33 27 0:42 / /tmp rw - tmpfs tmpfs rw", "/tmp", DriveType::RamDisk},
+      {"34 27 0:43 / /run rw,nosuid - tmpfs tmpfs rw", "", {}},
+      {"35 24 0:44 / /dev/shm rw - tmpfs tmpfs rw", "", {}},
+      {"36 27 8:33 / /run/media/ann/CARD rw - exfat /dev/sdc1 rw", "/run/media/ann/CARD",
+       DriveType::Removable},
+      {"37 27 11:0 / /media/cdrom ro - iso9660 /dev/sr0 ro", "/media/cdrom", DriveType::CdRom},
+      {"38 27 0:46 / /mnt/remote\\134box rw - fuse.sshfs host: rw", "/mnt/remote\\box",
+       DriveType::Remote},
+      {"39 23 0:29 / /sys/fs/cgroup/cpu rw - cgroup cgroup rw", "", {}},
+      {"40 27 7:0 / /snap/core/1 ro - squashfs /dev/loop0 ro", "", {}},
+      {"41 27 8:0 / /data rw - xfs /dev/sda rw", "/data", DriveType::Fixed},
+      {"42 27 0:50 / /ram rw - ramfs ramfs rw", "/ram", DriveType::RamDisk},
+      {"43 27 0:51 / /merged rw - overlay overlay rw,lowerdir=/a", "/merged", DriveType::Fixed},
+      {"44 23 0:7 / /sys/kernel/debug rw - debugfs debugfs rw", "", {}},
+      {"45 27 0:52 / /proc/sys/fs/binfmt_misc rw - binfmt_misc binfmt_misc rw", "", {}},
+      {"46 27 0:53 / /net rw - autofs systemd-1 rw", "", {}},
+      {"broken line", "", {}}};
+  std::string table;
+  std::vector<std::pair<std::string, DriveType>> expected, got;
+  for (const auto& [line, mountPoint, type] : lines) {
+    table += line + "\n";
+    if (!mountPoint.empty()) expected.emplace_back(mountPoint, type);
+  }
   std::vector<std::string> asked;
   auto removable = [&asked](const std::string& device) {
     asked.push_back(device);
     return device == "8:17" || device == "8:33";
   };
-  std::vector<Drive> drives = ParseDrives(table, removable);
-
-  std::vector<std::pair<std::string, DriveType>> got;
-  for (const Drive& d : drives) got.emplace_back(d.mountPoint, d.type);
-  const std::vector<std::pair<std::string, DriveType>> expected = {
-      {"/", DriveType::Fixed},
-      {"/media/usb stick", DriveType::Removable},
-      {"/mnt/share", DriveType::Remote},
-      {"/mnt/nfs", DriveType::Remote},
-      {"/tmp", DriveType::RamDisk},
-      {"/run/media/ann/CARD", DriveType::Removable},
-      {"/media/cdrom", DriveType::CdRom},
-      {"/mnt/remote\\box", DriveType::Remote},
-      {"/data", DriveType::Fixed},
-      {"/ram", DriveType::RamDisk},
-      {"/merged", DriveType::Fixed},
-  };
+  for (const Drive& d : ParseDrives(table, removable)) got.emplace_back(d.mountPoint, d.type);
   EXPECT_EQ(got, expected);
   // Only block-backed file systems are asked about; a network or RAM one has no device.
   std::sort(asked.begin(), asked.end());
   EXPECT_EQ(asked, (std::vector<std::string>{"254:0", "8:0", "8:17", "8:33"}));
-}
-
-TEST(DrivesTest, TheRealMountTableHoldsTheRootAndNoPseudoFileSystem) {
-  std::vector<Drive> drives = MountedDrives();
-  const std::string rootHolder = MountPointOf("/");
-  auto root = std::find_if(drives.begin(), drives.end(),
-                           [&](const Drive& d) { return d.mountPoint == rootHolder; });
-  ASSERT_NE(root, drives.end());
-  for (const Drive& d : drives) {
-    EXPECT_NE(d.mountPoint, "/proc");
-    EXPECT_NE(d.mountPoint, "/sys");
-    EXPECT_NE(d.type, DriveType::NoRootDir) << d.mountPoint;
-  }
 }
 
 class SourceKeywordsTest : public ::testing::Test {
@@ -99,6 +82,16 @@ class SourceKeywordsTest : public ::testing::Test {
 };
 
 TEST_F(SourceKeywordsTest, LocalDrivesLeaveOutTheProgramsTargetsAndLogsFileSystems) {
+  // The real mount table holds the root's file system and no pseudo file system.
+  const std::vector<Drive> drives = MountedDrives();
+  auto drive = [&](const std::string& mountPoint) {
+    return std::find_if(drives.begin(), drives.end(),
+                        [&](const Drive& d) { return d.mountPoint == mountPoint; });
+  };
+  EXPECT_NE(drive(MountPointOf("/")), drives.end());
+  EXPECT_EQ(drive("/proc"), drives.end());
+  EXPECT_EQ(drive("/sys"), drives.end());
+
   // Program, target and log all lie on the file system of the temporary folder.
   const std::string holder = MountPointOf(dir.path());
   if (MountPointOf(ProgramFolder()) != holder) {
@@ -110,10 +103,8 @@ TEST_F(SourceKeywordsTest, LocalDrivesLeaveOutTheProgramsTargetsAndLogsFileSyste
   EXPECT_FALSE(Listed(holder));
   EXPECT_TRUE(dialogs.shown.empty());
   // What was added are local drives' mount points, unchanged.
-  std::vector<Drive> drives = MountedDrives();
   for (const std::string& s : List()) {
-    auto d = std::find_if(drives.begin(), drives.end(),
-                          [&](const Drive& x) { return x.mountPoint == s; });
+    auto d = drive(s);
     ASSERT_NE(d, drives.end()) << s;
     EXPECT_TRUE(d->type == DriveType::Fixed || d->type == DriveType::Removable ||
                 d->type == DriveType::RamDisk)
@@ -163,18 +154,19 @@ class UserFolderTest : public SourceKeywordsTest {
   test::EnvVar configVar{"XDG_CONFIG_HOME", std::nullopt};
 };
 
-TEST_F(UserFolderTest, TheUsersDocumentsFolderIsOfferedWhenItExists) {
+TEST_F(UserFolderTest, TheUsersDocumentsFolderPreferringTheXdgOne) {
   Add("[UserFolder]");
   EXPECT_TRUE(List().empty());
   EXPECT_TRUE(dialogs.shown.empty()) << "a keyword is never a missing path";
 
   const std::string docs = dir.MakeDir("home/ann/Documents");
   Add("  [UserFolder]");
+  Add("[userfolder]");  // keywords are case-sensitive
   EXPECT_EQ(List(), Sources{docs});
-}
+  EXPECT_EQ(dialogs.Texts(), std::vector<std::string>{
+      "[userfolder]\r\n\r\nThe path you have specified cannot be found on this machine."});
 
-TEST_F(UserFolderTest, TheXdgDocumentsFolderTakesPrecedence) {
-  dir.MakeDir("home/ann/Documents");
+  ctx.settings.Sources.clear();
   const std::string papers = dir.MakeDir("home/ann/My Papers");
   dir.WriteFile("home/ann/.config/user-dirs.dirs",
                 "# written by xdg-user-dirs-update\n"
@@ -184,23 +176,13 @@ TEST_F(UserFolderTest, TheXdgDocumentsFolderTakesPrecedence) {
   EXPECT_EQ(List(), Sources{papers});
 }
 
-TEST_F(UserFolderTest, KeywordsAreCaseSensitive) {
-  dir.MakeDir("home/ann/Documents");
-  ctx.flags.silent = false;
-  Add("[userfolder]");
-  EXPECT_TRUE(List().empty());
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_EQ(dialogs.shown[0].text,
-            "[userfolder]\r\n\r\nThe path you have specified cannot be found on this machine.");
-}
-
+// All users' folders: a "Got Here" box, then every home's documents folder, root's included.
 TEST_F(SourceKeywordsTest, AllUsersFoldersFollowGotHere) {
   Add("[UserFolders]");
   ASSERT_FALSE(dialogs.shown.empty());
-  EXPECT_EQ(dialogs.shown[0].text, "Got Here");
-  EXPECT_EQ(dialogs.shown[0].title, "");
-  EXPECT_EQ(dialogs.shown[0].icon, Icon::None);
-  EXPECT_EQ(dialogs.shown[0].buttons, Buttons::Ok);
+  const test::ShownBox& box = dialogs.shown[0];
+  EXPECT_TRUE(box.text == "Got Here" && box.title.empty() && box.icon == Icon::None &&
+              box.buttons == Buttons::Ok);
 }
 
 TEST_F(SourceKeywordsTest, AllUsersFoldersAreEveryHomesDocumentsFolder) {

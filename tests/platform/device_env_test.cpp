@@ -11,51 +11,25 @@ namespace {
 
 const DeviceDefaults kDefaults{"/opt/ravelin/", "/media/stick", "machine-42"};
 
-TEST(DeviceEnvironmentTest, OnADeviceOnlyTheEnvironmentCounts) {
+TEST(DeviceEnvironmentTest, OnADeviceOnlyTheEnvironmentCountsByExactNameUpToAnEmptyEntry) {
   const auto env = ReadDeviceEnvironment(
-      {
-          "PATH=/usr/bin",
-          "U3_DEVICE_SERIAL=0815",
-          "U3_DEVICE_PATH=/media/u3",
-          "U3_DEVICE_VENDOR=Acme",
-          "U3_DAPI_CONNECT_STRING=a=b=c",
-          "U3_ENV_SUB_VERSION=",
-      },
+      {"PATH=/usr/bin", "U3_DEVICE_SERIAL=0815", "U3_DEVICE_PATH=/media/u3",
+       "U3_DEVICE_VENDOR=Acme", "U3_DAPI_CONNECT_STRING=a=b=c", "U3_ENV_SUB_VERSION=",
+       "u3_device_product=lower", "U3_DEVICE_PRODUCTX=longer", "XU3_DEVICE_PRODUCT=prefixed",
+       "U3_DEVICE_VENDOR_ID=id", "U3_ENV_VERSION", "", "U3_ENV_LANGUAGE=Late"},
       kDefaults);
   EXPECT_TRUE(env.onDevice);
   EXPECT_EQ(env.U3_DEVICE_SERIAL, "0815");
   EXPECT_EQ(env.U3_DEVICE_PATH, "/media/u3");
   EXPECT_EQ(env.U3_DEVICE_VENDOR, "Acme");
   EXPECT_EQ(env.U3_DAPI_CONNECT_STRING, "a=b=c") << "the value is all after the first =";
-  EXPECT_EQ(env.U3_ENV_SUB_VERSION, "");
-  // All or nothing: a device that names no language gets no default one.
-  EXPECT_EQ(env.U3_ENV_LANGUAGE, "");
+  EXPECT_EQ(env.U3_DEVICE_VENDOR_ID, "id");
+  EXPECT_EQ(env.U3_DEVICE_PRODUCT, "") << "names match exactly and whole";
+  EXPECT_EQ(env.U3_ENV_VERSION, "");
+  EXPECT_EQ(env.U3_ENV_LANGUAGE, "") << "the scan stops at an empty entry";
+  // All or nothing: a device gets no defaults for what it leaves out.
   EXPECT_EQ(env.U3_DEVICE_EXEC_PATH, "");
   EXPECT_EQ(env.defaultSerialCopy, "");
-}
-
-TEST(DeviceEnvironmentTest, NamesMatchExactlyAndWhole) {
-  const auto env = ReadDeviceEnvironment(
-      {
-          "U3_DEVICE_SERIAL=7",
-          "u3_device_vendor=lower",
-          "U3_DEVICE_VENDORX=longer",
-          "XU3_DEVICE_PRODUCT=prefixed",
-          "U3_DEVICE_VENDOR_ID=id",
-          "U3_ENV_VERSION",
-      },
-      kDefaults);
-  EXPECT_EQ(env.U3_DEVICE_VENDOR, "");
-  EXPECT_EQ(env.U3_DEVICE_PRODUCT, "");
-  EXPECT_EQ(env.U3_DEVICE_VENDOR_ID, "id");
-  EXPECT_EQ(env.U3_ENV_VERSION, "");
-}
-
-TEST(DeviceEnvironmentTest, ScanStopsAtAnEmptyEntry) {
-  const auto env = ReadDeviceEnvironment(
-      {"U3_DEVICE_SERIAL=1", "U3_ENV_LANGUAGE=German", "", "U3_DEVICE_VENDOR=Late"}, kDefaults);
-  EXPECT_EQ(env.U3_ENV_LANGUAGE, "German");
-  EXPECT_EQ(env.U3_DEVICE_VENDOR, "");
 }
 
 TEST(DeviceEnvironmentTest, BlankSerialGivesEveryDefaultOverWhatWasFound) {
@@ -79,13 +53,11 @@ TEST(DeviceEnvironmentTest, BlankSerialGivesEveryDefaultOverWhatWasFound) {
   EXPECT_EQ(env.U3_IS_AUTORUN, "False");
   EXPECT_EQ(env.U3_DAPI_CONNECT_STRING, "");
   EXPECT_EQ(env.U3_ENV_SUB_VERSION, "");
-}
 
-TEST(DeviceEnvironmentTest, ProgramFolderAtTheRootHasItsSeparatorCut) {
-  const auto env = ReadDeviceEnvironment({}, DeviceDefaults{"/", "", "id"});
-  EXPECT_EQ(env.U3_DEVICE_DOCUMENT_PATH, "");
-  EXPECT_EQ(env.U3_DEVICE_PATH, "");
-  EXPECT_EQ(env.U3_DEVICE_SERIAL, "id");
+  // A program folder at the root has its separator cut.
+  const auto root = ReadDeviceEnvironment({}, DeviceDefaults{"/", "", "id"});
+  EXPECT_EQ(root.U3_DEVICE_DOCUMENT_PATH, "");
+  EXPECT_EQ(root.U3_DEVICE_PATH, "");
 }
 
 TEST(DeviceEnvironmentTest, ProcessEnvironmentIsThisProcesssInOrder) {

@@ -32,7 +32,6 @@ bool ProcessGone(pid_t pid) { return kill(pid, 0) != 0 && errno == ESRCH; }
 
 TEST(SplitCommandLineTest, BlanksEndTokensAndQuotesStay) {
   EXPECT_EQ(SplitCommandLine(""), Tokens{""});
-  EXPECT_EQ(SplitCommandLine("-q"), Tokens{"-q"});
   EXPECT_EQ(SplitCommandLine("-q -silent"), (Tokens{"-q", "-silent"}));
   EXPECT_EQ(SplitCommandLine("-q  -silent"), (Tokens{"-q", "", "-silent"}));
   EXPECT_EQ(SplitCommandLine(" -q "), (Tokens{"", "-q", ""}));
@@ -44,36 +43,25 @@ TEST(SplitCommandLineTest, BlanksEndTokensAndQuotesStay) {
   EXPECT_EQ(SplitCommandLine("a\tb"), Tokens{"a\tb"}) << "only blanks separate";
 }
 
-TEST(StartHiddenTest, RunsWithoutAShellAndWithStandardStreamsOnDevNull) {
+TEST(StartHiddenTest, RunsWithoutAShellArgumentsAsTheyAreStreamsOnDevNull) {
   TempDir tmp;
-  const std::string out = tmp / "fds.txt";
+  const std::string out = tmp / "seen.txt";
   // The shell here is the program started and $$ its own pid, so these are the streams it was
   // given; the output is redirected only for printf, after they have been read.
   const auto started = StartHidden(
       {"sh", "-c",
-       "x=$(readlink /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2); printf '%s\\n' \"$x\" > \"$1\"; "
-       "exit 3",
-       "sh", out});
+       "x=$(readlink /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2); o=$1; shift; "
+       "printf '%s\\n' \"$x\" > \"$o\"; printf '%s|' \"$@\" >> \"$o\"; exit 3",
+       "sh", out, "a b", "\"q\"", "$HOME", "*", ""});
   ASSERT_TRUE(started.started) << started.error;
   EXPECT_EQ(WaitChild(started.pid), 3);
-  EXPECT_EQ(ReadBytes(out), "/dev/null\n/dev/null\n/dev/null\n");
-}
-
-TEST(StartHiddenTest, ArgumentsArePassedAsTheyAre) {
-  TempDir tmp;
-  const std::string out = tmp / "args.txt";
-  const auto started = StartHidden(
-      {"/bin/sh", "-c", "printf '%s|' \"$@\" > \"$0\"", out, "a b", "\"q\"", "$HOME", "*", ""});
-  ASSERT_TRUE(started.started);
-  EXPECT_EQ(WaitChild(started.pid), 0);
-  EXPECT_EQ(ReadBytes(out), "a b|\"q\"|$HOME|*||");
+  EXPECT_EQ(ReadBytes(out), "/dev/null\n/dev/null\n/dev/null\na b|\"q\"|$HOME|*||");
 }
 
 TEST(StartHiddenTest, MissingProgramIsNotStarted) {
   const auto r = StartHidden({"ravelin-no-such-program-anywhere"});
   EXPECT_FALSE(r.started);
   EXPECT_EQ(r.error, ENOENT);
-  EXPECT_FALSE(StartHidden({}).started);
   EXPECT_FALSE(ProbeProgram({"ravelin-no-such-program-anywhere", "/?"}));
   EXPECT_TRUE(ProbeProgram({"true"}));
 }
@@ -102,15 +90,7 @@ TEST(ChildTest, ChildEndedPollsWithoutBlocking) {
   EXPECT_TRUE(ProcessGone(started.pid)) << "an ended child must be reaped";
 }
 
-TEST(ChildTest, KilledChildReportsTheSignal) {
-  const auto started = StartHidden({"sleep", "600"});
-  ASSERT_TRUE(started.started);
-  ASSERT_EQ(kill(started.pid, SIGKILL), 0);
-  EXPECT_EQ(WaitChild(started.pid), 128 + SIGKILL);
-  EXPECT_EQ(WaitChild(started.pid), -1) << "already reaped";
-}
-
-TEST(ChildTest, ChildrenDoNotInheritIgnoredSignals) {
+TEST(ChildTest, KilledChildReportsTheSignalAndInheritsNoIgnoredSignal) {
   // An ignored SIGTERM here would otherwise stay ignored in the child across exec.
   struct sigaction ignore {};
   struct sigaction old {};
@@ -121,6 +101,7 @@ TEST(ChildTest, ChildrenDoNotInheritIgnoredSignals) {
   ASSERT_TRUE(started.started);
   ASSERT_EQ(kill(started.pid, SIGTERM), 0);
   EXPECT_EQ(WaitChild(started.pid), 128 + SIGTERM);
+  EXPECT_EQ(WaitChild(started.pid), -1) << "already reaped";
 }
 
 TEST(ChildTest, AbandonedChildIsReapedLaterAndNoOtherIsTouched) {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
-#include <memory>
 
 #include "support/child_process.h"
 #include "support/fake_dialogs.h"
@@ -13,36 +12,22 @@ namespace {
 
 using std::chrono::seconds;
 
-// A zone for the life of the guard; POSIX rules need no zone database.
-class Zone {
- public:
-  explicit Zone(const char* tz) : var_(std::make_unique<test::EnvVar>("TZ", std::string(tz))) {
-    tzset();
-  }
-  ~Zone() {
-    var_.reset();
-    tzset();
-  }
-
- private:
-  std::unique_ptr<test::EnvVar> var_;
+// A zone for the life of the guard; POSIX rules need no zone database. `reset` is destroyed
+// last, so the library rereads TZ after the variable is restored.
+struct Zone {
+  struct Reset { ~Reset() { tzset(); } } reset;
+  test::EnvVar tz;
+  explicit Zone(const char* rule) : tz("TZ", std::string(rule)) { tzset(); }
 };
 
 TimePoint Utc(int y, int mo, int d, int h, int mi, int s) {
-  std::tm tm{};
-  tm.tm_year = y - 1900;
-  tm.tm_mon = mo - 1;
-  tm.tm_mday = d;
-  tm.tm_hour = h;
-  tm.tm_min = mi;
-  tm.tm_sec = s;
+  std::tm tm{s, mi, h, d, mo - 1, y - 1900, 0, 0, 0, 0, nullptr};
   return Clock::from_time_t(timegm(&tm));
 }
 
 TEST(ElapsedSecondsRule, CountsFromTimeOfDayToTimeOfDayAcrossOneMidnightAtMost) {
   Zone utc("UTC0");
   const TimePoint evening = Utc(2026, 3, 10, 23, 59, 50);
-  EXPECT_EQ(ElapsedSeconds(evening, evening), 0);
   EXPECT_EQ(ElapsedSeconds(evening, evening + seconds(9)), 9);
   EXPECT_EQ(ElapsedSeconds(evening, evening + seconds(20)), 20) << "across midnight";
   // The dates play no part: two days and five seconds later is five seconds.
@@ -65,100 +50,71 @@ TEST(ElapsedSecondsRule, ReadsTheClockOnTheWallNotTheSecondsThatPassed) {
   EXPECT_EQ(ElapsedSeconds(autumn, autumn + seconds(1)), 82801);
 }
 
-class ProgressTimer : public ::testing::Test {
- protected:
+TEST(ProgressTimer, LabelsOfOneTick) {
+  const TimePoint now = Utc(2026, 6, 1, 12, 0, 0);
+  const int64_t dayHourMinuteSecond = 86400 + 3600 + 60 + 1;
+  const struct {
+    const char* what;
+    bool running;
+    int64_t copying;  // seconds since copying began; 0 before copying
+    int64_t run;      // seconds since the run began
+    int64_t done, total, resumeBase;
+    const char* elapsed;    // what follows "Elapsed Time:"
+    const char* remaining;  // what follows "Estimated Time Remaining: "
+  } cases[] = {
+      {"outside a run the labels keep their texts", false, 0, 0, 10, 100, 0, "", ""},
+      {"before copying only the elapsed time moves", true, 0, 65, 10, 100, 0, " 00:00:01:05", ""},
+      {"the rate so far projected onto the rest", true, 10, 70, 250, 1000, 0, " 00:00:01:10",
+       "00:00:30"},
+      // 100 × (10000 − 4000) ÷ 5000 − 100 = 20; without the base it would be 100.
+      {"a resumed run estimates only its own bytes", true, 100, 100, 5000, 10000, 4000,
+       " 00:00:01:40", "00:00:20"},
+      {"1 × 10 ÷ 3 = 3.33 rounds to 3", true, 1, 1, 3, 10, 0, " 00:00:00:01", "00:00:02"},
+      {"1 × 11 ÷ 3 = 3.67 rounds to 4", true, 1, 1, 3, 11, 0, " 00:00:00:01", "00:00:03"},
+      {"days in the elapsed time, not in the estimate", true, 10, dayHourMinuteSecond, 10,
+       10 + dayHourMinuteSecond, 0, " 01:01:01:01", "01:01:01"},
+      // 100000 × 4 PB overflows 64 bits; 27:46:40 to go.
+      {"byte counts too big to multiply", true, 100000, 100000, int64_t{2} * 1000000000000000,
+       int64_t{4} * 1000000000000000, 0, " 01:03:46:40", "03:46:40"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    test::FakeDialogs dialogs;
+    test::FakePump pump;
+    RunContext ctx{dialogs, pump};
+    ctx.counters.RunActive = c.running;
+    ctx.counters.CopyPhaseActive = c.copying > 0;
+    ctx.counters.StartTime = now - seconds(c.run);
+    ctx.counters.CopyStartTime = now - seconds(c.copying);
+    ctx.counters.BytesProcessed = c.done;
+    ctx.counters.TotalBytes = c.total;
+    ctx.counters.ResumeBaseBytes = c.resumeBase;
+    ProgressTimerTick(ctx, now);
+    EXPECT_EQ(ctx.progress.lblElapsedTime, std::string("Elapsed Time:") + c.elapsed);
+    EXPECT_EQ(ctx.progress.lblTimeRemaining, std::string("Estimated Time Remaining: ") + c.remaining);
+  }
+}
+
+TEST(ProgressTimer, WithNoByteDoneOrNoneLeftTheLastEstimateStays) {
   test::FakeDialogs dialogs;
   test::FakePump pump;
   RunContext ctx{dialogs, pump};
-  RunCounters& c = ctx.counters;
-  ProgressPane& p = ctx.progress;
   const TimePoint now = Utc(2026, 6, 1, 12, 0, 0);
-
-  // Copying began `e` seconds ago, the run `run` seconds ago.
-  void Copying(int64_t e, int64_t run) {
-    c.RunActive = true;
-    c.CopyPhaseActive = true;
-    c.StartTime = now - seconds(run);
-    c.CopyStartTime = now - seconds(e);
-  }
-};
-
-TEST_F(ProgressTimer, OutsideARunTheLabelsKeepTheirTexts) {
-  c.BytesProcessed = 10;
-  c.TotalBytes = 100;
-  ProgressTimerTick(ctx, now);
-  EXPECT_EQ(p.lblElapsedTime, "Elapsed Time:");
-  EXPECT_EQ(p.lblTimeRemaining, "Estimated Time Remaining: ");
-}
-
-TEST_F(ProgressTimer, BeforeCopyingOnlyTheElapsedTimeMoves) {
-  c.RunActive = true;
-  c.StartTime = now - seconds(65);
-  c.BytesProcessed = 10;
-  c.TotalBytes = 100;
-  ProgressTimerTick(ctx, now);
-  EXPECT_EQ(p.lblElapsedTime, "Elapsed Time: 00:00:01:05");
-  EXPECT_EQ(p.lblTimeRemaining, "Estimated Time Remaining: ");
-}
-
-TEST_F(ProgressTimer, TheEstimateProjectsTheRateSoFarOntoTheRest) {
-  Copying(10, 70);
+  RunCounters& c = ctx.counters;
+  c.RunActive = c.CopyPhaseActive = true;
+  c.StartTime = now - seconds(70);
+  c.CopyStartTime = now - seconds(10);
   c.TotalBytes = 1000;
-  c.BytesProcessed = 250;  // 10 s for a quarter: 30 s to go
+  c.BytesProcessed = 250;
   ProgressTimerTick(ctx, now);
-  EXPECT_EQ(p.lblElapsedTime, "Elapsed Time: 00:00:01:10");
-  EXPECT_EQ(p.lblTimeRemaining, "Estimated Time Remaining: 00:00:30");
-
-  // Until a byte is done nothing is estimated, and the last estimate stays.
+  ASSERT_EQ(ctx.progress.lblTimeRemaining, "Estimated Time Remaining: 00:00:30");
   c.BytesProcessed = 0;
   ProgressTimerTick(ctx, now + seconds(5));
-  EXPECT_EQ(p.lblTimeRemaining, "Estimated Time Remaining: 00:00:30");
-  EXPECT_EQ(p.lblElapsedTime, "Elapsed Time: 00:00:01:15");
-
-  // Done, or ahead of the estimate: nothing left to show, the label stays as it was.
+  EXPECT_EQ(ctx.progress.lblTimeRemaining, "Estimated Time Remaining: 00:00:30");
+  EXPECT_EQ(ctx.progress.lblElapsedTime, "Elapsed Time: 00:00:01:15");
   c.BytesProcessed = 1000;
   ProgressTimerTick(ctx, now);
-  EXPECT_EQ(p.lblTimeRemaining, "Estimated Time Remaining: 00:00:30");
-}
-
-TEST_F(ProgressTimer, AResumedRunEstimatesOnlyTheBytesOfThisRun) {
-  Copying(100, 100);
-  c.TotalBytes = 10000;
-  c.ResumeBaseBytes = 4000;  // done before the resume
-  c.BytesProcessed = 5000;
-  // 100 × (10000 − 4000) ÷ 5000 − 100 = 20; without the base it would be 100.
-  ProgressTimerTick(ctx, now);
-  EXPECT_EQ(p.lblTimeRemaining, "Estimated Time Remaining: 00:00:20");
-}
-
-TEST_F(ProgressTimer, TheProjectionIsRoundedToAWholeSecond) {
-  Copying(1, 1);
-  c.BytesProcessed = 3;
-  c.TotalBytes = 10;  // 1 × 10 ÷ 3 = 3.33, rounds to 3: 2 s left
-  ProgressTimerTick(ctx, now);
-  EXPECT_EQ(p.lblTimeRemaining, "Estimated Time Remaining: 00:00:02");
-  c.TotalBytes = 11;  // 3.67, rounds to 4: 3 s left
-  ProgressTimerTick(ctx, now);
-  EXPECT_EQ(p.lblTimeRemaining, "Estimated Time Remaining: 00:00:03");
-}
-
-TEST_F(ProgressTimer, MoreThanADayShowsDaysInTheElapsedTimeButNotInTheEstimate) {
-  // A day, an hour, a minute and a second, elapsed and to go.
-  const int64_t long_ = 86400 + 3600 + 60 + 1;
-  Copying(10, long_);
-  c.BytesProcessed = 10;
-  c.TotalBytes = 10 + long_;  // a byte a second
-  ProgressTimerTick(ctx, now);
-  EXPECT_EQ(p.lblElapsedTime, "Elapsed Time: 01:01:01:01");
-  EXPECT_EQ(p.lblTimeRemaining, "Estimated Time Remaining: 01:01:01");
-}
-
-TEST_F(ProgressTimer, ByteCountsBeyondWhatSixtyFourBitsMultiplyStillEstimate) {
-  Copying(100000, 100000);
-  c.TotalBytes = int64_t{4} * 1000 * 1000 * 1000 * 1000 * 1000;  // 4 PB: 100000 × this overflows
-  c.BytesProcessed = c.TotalBytes / 2;
-  ProgressTimerTick(ctx, now);
-  EXPECT_EQ(p.lblTimeRemaining, "Estimated Time Remaining: 03:46:40");  // 27:46:40
+  EXPECT_EQ(ctx.progress.lblTimeRemaining, "Estimated Time Remaining: 00:00:30");
 }
 
 }  // namespace
