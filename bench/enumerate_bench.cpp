@@ -79,7 +79,7 @@ int Run(const std::string& source, const std::string& work, long entries) {
   NoDialogs dialogs;
   NoPump pump;
   qr::RunContext ctx(dialogs, pump);
-  ctx.flags.silent = true;
+  ctx.program.flags.silent = true;
   ctx.settings.CopyFiles = false;
   ctx.settings.Sources = {source};
   ctx.settings.TargetPath = work + "/target";

@@ -96,10 +96,10 @@ MainWindow::MainWindow(RunContext& ctx, QWidget* parent) : QMainWindow(parent), 
 }
 
 void MainWindow::Refresh() {
-  const QString caption = Q(ctx_.main.caption);
+  const QString caption = Q(ctx_.view.mainCaption);
   if (windowTitle() != caption) setWindowTitle(caption);
 
-  const bool enabled = ctx_.main.runControlsEnabled;
+  const bool enabled = ctx_.view.runControlsEnabled;
   for (QWidget* w : std::initializer_list<QWidget*>{lstSources_, txtTargetPath_, cmdAdd_,
                                                     cmdRemove_, cmdBrowseTarget_, cmdRun_}) {
     if (w->isEnabled() != enabled) w->setEnabled(enabled);

@@ -50,7 +50,7 @@ class CollectionTest : public ::testing::Test {
   std::string logs = dir / "logs";
 
   void SetUp() override {
-    ctx.flags.silent = true;  // no notice, no report box
+    ctx.program.flags.silent = true;  // no notice, no report box
     ctx.settings.Sources = {src};
     ctx.settings.TargetPath = target;
     ctx.settings.LogPath = logs;

@@ -53,7 +53,7 @@ class RobocopyEngineTest : public ::testing::Test {
   test::EnvVar path{"PATH", bin + ":/usr/bin:/bin"};
 
   void SetUp() override {
-    ctx.flags.silent = true;  // no notice, no report box
+    ctx.program.flags.silent = true;  // no notice, no report box
     ctx.settings.Sources = {src};
     ctx.settings.TargetPath = target;
     ctx.settings.LogPath = logs;
@@ -181,7 +181,7 @@ TEST_F(RobocopyEngineTest, AMissingToolShowsItsBoxWhenNotSilent) {
   EXPECT_EQ(dialogs.shown[0].text, "Robocopy Error:\r\n\r\nROBOCOPY " + other.path() +
                                        " /nowhere f.txt /R:4 /W:2\r\n\r\n2 : No such file or "
                                        "directory");
-  EXPECT_TRUE(dialogs.shown[0].icon == Icon::Exclamation && dialogs.shown[0].title == ctx.titleText);
+  EXPECT_TRUE(dialogs.shown[0].icon == Icon::Exclamation && dialogs.shown[0].title == ctx.program.titleText);
 }
 
 TEST_F(RobocopyEngineTest, SkipStopsTheWaitButNeverTheTool) {

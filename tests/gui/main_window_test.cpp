@@ -169,7 +169,7 @@ TEST_F(MainWindowTest, AddGoesThroughTheSourceListRules) {
 TEST_F(MainWindowTest, CaptionIsTheTitleTextAndFollowsTheCore) {
   MainWindow w(ctx);
   EXPECT_EQ(w.windowTitle(), "Quillon Ravelin 2.2 Rover Edition");
-  ctx.main.caption = ctx.titleText + " - Copying";
+  ctx.view.mainCaption = ctx.program.titleText + " - Copying";
   w.Refresh();
   EXPECT_EQ(w.windowTitle(), "Quillon Ravelin 2.2 Rover Edition - Copying");
 }
@@ -244,7 +244,7 @@ TEST_F(MainWindowTest, CancelAndClosingDuringARunRequestACancel) {
 }
 
 TEST_F(MainWindowTest, ARunWithTheSilentSwitchAsksTheProgramToEnd) {
-  ctx.flags.silent = true;  // no sources: -silent ends the program without a box
+  ctx.program.flags.silent = true;  // no sources: -silent ends the program without a box
   MainWindow w(ctx);
   bool endRequested = false;
   QObject::connect(&w, &MainWindow::programEndRequested, [&] { endRequested = true; });
@@ -257,7 +257,7 @@ TEST_F(MainWindowTest, ARunWithTheSilentSwitchAsksTheProgramToEnd) {
 TEST_F(MainWindowTest, ThePumpBringsTheWindowUpToDate) {
   MainWindow w(ctx);
   pump.setRefresh([&w] { w.Refresh(); });
-  ctx.main.runControlsEnabled = false;
+  ctx.view.runControlsEnabled = false;
   ctx.settings.Sources = {"/from/a/job"};
   pump.Pump();
   EXPECT_FALSE(w.findChild<QPushButton*>("cmdRun")->isEnabled());

@@ -112,7 +112,7 @@ TEST_F(JobDatabaseTest, ValidationLeavesAGoodDatabaseAloneAndRebuildsAForeignFil
 TEST_F(JobDatabaseTest, FailuresToMakeOrRepairShowTheirBoxes) {
   CreateJobDatabase(ctx, dir / "missing/_job.sdb");
   ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_EQ(dialogs.shown[0].title, ctx.titleText);
+  EXPECT_EQ(dialogs.shown[0].title, ctx.program.titleText);
 
   // A database with tables of its own but no tHashes: repair meets the existing tFiles.
   {

@@ -16,8 +16,8 @@ class JobRecordTest : public ::testing::Test {
   test::FakePump pump;
   RunContext ctx{dialogs, pump};
   void SetUp() override {
-    ctx.versionText = "2.2.0";
-    ctx.app.programFolder = "/opt/qr/";
+    ctx.program.versionText = "2.2.0";
+    ctx.program.app.programFolder = "/opt/qr/";
     ctx.settings.LogPath = dir.path();
     ctx.settings.TargetPath = "/target";
   }

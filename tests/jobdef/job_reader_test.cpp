@@ -38,7 +38,7 @@ class ReadRVFileTest : public ::testing::Test {
   test::FakeDialogs dialogs;
   test::FakePump pump;
   RunContext ctx{dialogs, pump};
-  void SetUp() override { ctx.app.programFolder = dir.path() + "/"; }
+  void SetUp() override { ctx.program.app.programFolder = dir.path() + "/"; }
   std::string Job(std::string_view body) const { return dir.WriteFile("job.lsw", body); }
   void Read(std::string_view body) { ReadRVFile(ctx, Job(body)); }
   int ErrorOf(std::string_view body) {
@@ -96,7 +96,7 @@ TEST_F(ReadRVFileTest, SourcesGoThroughAddSourceWithTheProgramsDrive) {
 
   // The temporary folder may lie on the root file system, whose drive is empty: a program in
   // another mounted file system shows the replacement itself.
-  ctx.app.programFolder = "/proc/self/";
+  ctx.program.app.programFolder = "/proc/self/";
   const std::string procDrive = ProgramDrive("/proc/self");
   ASSERT_FALSE(procDrive.empty());
   dialogs.shown.clear();
@@ -192,7 +192,7 @@ TEST(JobRecordRoundTripTest, TheEngineLinesDecideWhetherTheRobocopyFlagsStand) {
     RunContext writer{dialogs, pump};
     RunContext reader{dialogs, pump};
     const std::string a = dir.MakeDir("a");
-    writer.app.programFolder = reader.app.programFolder = dir.path() + "/";
+    writer.program.app.programFolder = reader.program.app.programFolder = dir.path() + "/";
     JobSettings& s = writer.settings;
     s.LogPath = dir.MakeDir("logs");
     s.Sources = {a};
@@ -347,7 +347,7 @@ TEST_F(PreparedJobTest, RoundTripThroughTheMainWindow) {
   job.Sources = {"[RVDrive]" + data.substr(drive.size()), "[RVDrive]/nowhere-at-all"};
   ASSERT_TRUE(SaveJobFile(job, options, path));
   RunContext ctx{dialogs, pump};
-  ctx.app.programFolder = dir.path() + "/";
+  ctx.program.app.programFolder = dir.path() + "/";
   ctx.settings.CommonLogPath = "/mine";
   ReadRVFile(ctx, path);
   EXPECT_EQ(ctx.job.JobName, "Case 12");

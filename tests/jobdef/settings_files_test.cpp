@@ -124,11 +124,11 @@ class SettingsFilesTest : public ::testing::Test {
   RunContext ctx{dialogs, pump};
   RunContext back{dialogs, pump};  // a fresh program reading what ctx wrote
   void SetUp() override {
-    ctx.app.appPath = dir.path();
-    ctx.app.programFolder = dir.path() + "/";
-    ctx.app.hashListFolder = dir.path() + "/_hashlist/";
-    ctx.app.localIniPath = dir.path() + "/local.ini";
-    back.app = ctx.app;
+    ctx.program.app.appPath = dir.path();
+    ctx.program.app.programFolder = dir.path() + "/";
+    ctx.program.app.hashListFolder = dir.path() + "/_hashlist/";
+    ctx.program.app.localIniPath = dir.path() + "/local.ini";
+    back.program.app = ctx.program.app;
   }
 };
 
@@ -138,9 +138,9 @@ TEST_F(SettingsFilesTest, RobocopySettingsRoundTrip) {
   s.CopySecurity = s.CopyOwner = s.CopyAudit = s.CopyRestartable = true;
   s.FullPaths = s.RootFolders = s.SeparateTS = true;
   s.Collision = kCollisionRename;
-  ctx.main.mainWidthTwips = 15000;
-  ctx.main.mainHeightTwips = 6000;
-  ctx.main.clOverride = "/MIR";
+  ctx.program.geometry.widthTwips = 15000;
+  ctx.program.geometry.heightTwips = 6000;
+  ctx.program.clOverride = "/MIR";
   SetINIVals(ctx);
   EXPECT_TRUE(dialogs.shown.empty());
   const std::string text = ReadBytes(dir / "robocopy_settings.ini");
@@ -157,11 +157,11 @@ TEST_F(SettingsFilesTest, RobocopySettingsRoundTrip) {
   EXPECT_TRUE(b.enabled.RootFolders) << "FullPaths is set through its click rule";
   EXPECT_FALSE(b.enabled.CreateSubs);
   EXPECT_EQ(b.Collision, kCollisionRename);
-  EXPECT_EQ(back.main.mainWidthTwips, 15000);
-  EXPECT_EQ(back.main.clOverride, "/MIR");
+  EXPECT_EQ(back.program.geometry.widthTwips, 15000);
+  EXPECT_EQ(back.program.clOverride, "/MIR");
 
   // The width has a floor; Overwrite, which no one writes, is still read.
-  ctx.main.mainWidthTwips = 5000;
+  ctx.program.geometry.widthTwips = 5000;
   SetINIVals(ctx);
   const std::string file = dir / "robocopy_settings.ini";
   EXPECT_EQ(INIread(file, "saved_settings", "WW"), "12000");
@@ -182,7 +182,7 @@ TEST_F(SettingsFilesTest, CopyModesFromTheFileObeyTheirExclusion) {
 }
 
 TEST_F(SettingsFilesTest, AnUnwritableSettingsFolderShowsTheIniError) {
-  ctx.app.appPath = dir / "gone";
+  ctx.program.app.appPath = dir / "gone";
   SetINIVals(ctx);
   SaveDefaults(ctx);
   EXPECT_EQ(dialogs.Texts(),
@@ -204,9 +204,9 @@ TEST_F(SettingsFilesTest, LogProcessesIsCreatedOrRead) {
   INIwrite(file, "saved_settings", "COMPARE_DATES", "0");
   INIwrite(file, "saved_settings", "PROC_ARRAY", "yes");
   LoadLogProcesses(back);
-  EXPECT_FALSE(back.logProcesses.COMPARE_DATES);
-  EXPECT_FALSE(back.logProcesses.PROC_ARRAY) << "only \"1\" is true";
-  EXPECT_TRUE(back.logProcesses.HASH_SOURCE && back.logProcesses.OUTPUT_ERROR);
+  EXPECT_FALSE(back.program.logProcesses.COMPARE_DATES);
+  EXPECT_FALSE(back.program.logProcesses.PROC_ARRAY) << "only \"1\" is true";
+  EXPECT_TRUE(back.program.logProcesses.HASH_SOURCE && back.program.logProcesses.OUTPUT_ERROR);
 }
 
 TEST_F(SettingsFilesTest, DefaultsRoundTrip) {
@@ -281,19 +281,19 @@ TEST_F(SettingsFilesTest, ListIndexesOutsideTheirListFallToTheFirst) {
 }
 
 TEST_F(SettingsFilesTest, LocalSettingsAndGeometryAtClose) {
-  ctx.main.mainWidthTwips = 14400;
-  ctx.main.mainHeightTwips = 7200;
-  ctx.main.mainTopTwips = 150;
-  ctx.main.mainLeftTwips = 300;
+  ctx.program.geometry.widthTwips = 14400;
+  ctx.program.geometry.heightTwips = 7200;
+  ctx.program.geometry.topTwips = 150;
+  ctx.program.geometry.leftTwips = 300;
   WriteLocalSettings(ctx);
-  EXPECT_FALSE(fs::exists(ctx.app.localIniPath)) << "no hash list folder, no local.ini";
+  EXPECT_FALSE(fs::exists(ctx.program.app.localIniPath)) << "no hash list folder, no local.ini";
   EXPECT_EQ(ReadBytes(dir / "ravelin.ini"),
             "[Geometry]\r\nMainHeight=7200\r\nMainLeft=300\r\nMainTop=150\r\nMainWidth=14400\r\n");
 
   dir.MakeDir("_hashlist");
   WriteLocalSettings(ctx);
-  EXPECT_EQ(ReadBytes(ctx.app.localIniPath),
-            "[LocalSettings]\r\nHASHPATH=" + ctx.app.hashListFolder + "\r\n");
+  EXPECT_EQ(ReadBytes(ctx.program.app.localIniPath),
+            "[LocalSettings]\r\nHASHPATH=" + ctx.program.app.hashListFolder + "\r\n");
 }
 
 // Start-up's order: robocopy_settings.ini, then the boxes forced on, then defaults.ini over all.
@@ -325,12 +325,12 @@ TEST_F(StartupOrderTest, APlainStartCreatesTheFilesAndWhatTheCloseSavesTheNextSt
   EXPECT_FALSE(fs::exists(program + "/defaults.ini")) << "only saving makes it";
 
   ctx.settings.CopySecurity = ctx.settings.FullPaths = true;
-  ctx.main.clOverride = "keep me";
+  ctx.program.clOverride = "keep me";
   SaveOnClose(ctx);
   RunContext next{dialogs, pump};
   Start(next, false);
   EXPECT_TRUE(next.settings.CopySecurity && next.settings.FullPaths);
-  EXPECT_EQ(next.main.clOverride, "keep me");
+  EXPECT_EQ(next.program.clOverride, "keep me");
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
@@ -358,7 +358,7 @@ TEST_F(StartupOrderTest, DefaultsTurnOnAnEngineThatIsMissingButItsBoxStaysDisabl
   test::EnvVar path{"PATH", dir.MakeDir("emptybin")};
   dir.WriteFile("program/defaults.ini", "[Defaults]\r\nRobocopy=1\r\n");
   Start(ctx);
-  EXPECT_FALSE(ctx.robocopyAvailable);
+  EXPECT_FALSE(ctx.program.robocopyAvailable);
   EXPECT_TRUE(ctx.settings.Robocopy && !ctx.settings.Ravelin);
   EXPECT_FALSE(ctx.settings.enabled.Robocopy);
 }

@@ -42,7 +42,7 @@ TEST_F(AddSourceTest, AMissingPathIsReportedUnlessSilent) {
   EXPECT_EQ(dialogs.shown[0].icon, Icon::Exclamation);
   EXPECT_EQ(dialogs.shown[0].title, "Quillon Ravelin 2.2 Rover Edition");
 
-  ctx.flags.silent = true;
+  ctx.program.flags.silent = true;
   Add(dir / "missing");
   EXPECT_EQ(dialogs.shown.size(), 1u);
 }

@@ -82,7 +82,7 @@ TEST_F(FinishRunReportTest, ErrorInstructionsFollowAReportWithErrors) {
 
   dialogs.shown.clear();
   ctx.job.ErrorInstructions = "Call Ann.";
-  ctx.flags.silent = true;
+  ctx.program.flags.silent = true;
   FinishRunReport(ctx);
   EXPECT_TRUE(dialogs.shown.empty());
 }

@@ -100,7 +100,7 @@ TEST_F(RunDriverTest, ValidationRefusesInItsOrderWithItsMessages) {
     EXPECT_EQ(d.shown[0].icon, tc.icon);
     EXPECT_EQ(d.shown[0].title, "Quillon Ravelin 2.2 Rover Edition");
     EXPECT_FALSE(fs::exists(fresh / "logs/_jobfile.rvj"));
-    EXPECT_TRUE(c.main.runControlsEnabled);
+    EXPECT_TRUE(c.view.runControlsEnabled);
   }
 }
 
@@ -113,7 +113,7 @@ TEST_F(RunDriverTest, ASourceAboveTheTargetPassesTheChildTest) {
 }
 
 TEST_F(RunDriverTest, SilentSwitchEndsTheProgramOnRefusalWithoutAWord) {
-  ctx.flags.silent = true;
+  ctx.program.flags.silent = true;
   ctx.settings.Sources.clear();
   ExecResult r = Run();
   EXPECT_EQ(r.outcome, ExecOutcome::Refused);
@@ -159,8 +159,8 @@ TEST_F(RunDriverTest, ACompletedRunLeavesItsRecordAndReport) {
             "Created Date,Dest Modified Date,Dest Access Date,Dest Size,Dest MD5,Error "
             "Messages");
 
-  EXPECT_EQ(ctx.main.caption, "Quillon Ravelin 2.2 Rover Edition");
-  EXPECT_TRUE(ctx.main.runControlsEnabled);
+  EXPECT_EQ(ctx.view.mainCaption, "Quillon Ravelin 2.2 Rover Edition");
+  EXPECT_TRUE(ctx.view.runControlsEnabled);
   EXPECT_FALSE(ctx.counters.RunActive);
   EXPECT_FALSE(ctx.progress.visible);
   EXPECT_EQ(ctx.paths.ErrorLogPath, LogFile("_errors.log"));
@@ -192,7 +192,7 @@ TEST_F(RunDriverTest, DatabaseWarningLetsThePersonStop) {
 
 TEST_F(RunDriverTest, NoDatabaseWarningWhenResumingOrSilent) {
   dir.WriteFile("logs/_job.sdb", "");
-  ctx.flags.silent = true;
+  ctx.program.flags.silent = true;
   EXPECT_EQ(Run().outcome, ExecOutcome::Completed);
   EXPECT_TRUE(dialogs.shown.empty());
 }
@@ -269,15 +269,15 @@ TEST_F(RunDriverTest, ACancelledRunReportsSoWritesItsTallyAndNoEndLine) {
 }
 
 TEST_F(RunDriverTest, SilentAndQuitSwitchesEndTheProgramAfterTheRun) {
-  ctx.flags.silent = true;
+  ctx.program.flags.silent = true;
   ExecResult r = Run();
   EXPECT_EQ(r.outcome, ExecOutcome::Completed);
   EXPECT_TRUE(r.endProgram);
   EXPECT_TRUE(dialogs.shown.empty());
   EXPECT_FALSE(ctx.progress.visible);
 
-  ctx.flags = {};
-  ctx.flags.quit = true;
+  ctx.program.flags = {};
+  ctx.program.flags.quit = true;
   dialogs.shown.clear();
   r = Run();
   EXPECT_TRUE(r.endProgram);
@@ -305,7 +305,7 @@ TEST_F(RunDriverTest, AJobFileThatCannotBeWrittenEndsTheRunAtOnce) {
                   "paths of networked destinations may not be modifiable from this location.");
     // No close-down: the run's state stays as the handler found it.
     EXPECT_TRUE(c.counters.RunActive);
-    EXPECT_FALSE(c.main.runControlsEnabled);
+    EXPECT_FALSE(c.view.runControlsEnabled);
   }
 }
 

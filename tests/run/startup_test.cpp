@@ -61,7 +61,7 @@ TEST_F(StartupTest, APlainStartGivesTheStartValues) {
   StartupResult r = Start({"-q", "unknown"});
   EXPECT_FALSE(r.endProgram);
   EXPECT_TRUE(dialogs.shown.empty());
-  EXPECT_TRUE(ctx.flags.quit);
+  EXPECT_TRUE(ctx.program.flags.quit);
 
   const JobSettings& s = ctx.settings;
   EXPECT_TRUE(s.Ravelin && s.CopyFiles && s.CopySubs && s.CopyEmpties && s.CreateSubs);
@@ -73,21 +73,21 @@ TEST_F(StartupTest, APlainStartGivesTheStartValues) {
   EXPECT_EQ(s.Collision, kCollisionDoNothing);
   EXPECT_EQ(s.Extension, kExtensionCopyOnly);
 
-  EXPECT_EQ(ctx.titleText, "Quillon Ravelin 2.2 Rover Edition");
-  EXPECT_EQ(ctx.main.caption, ctx.titleText);
-  EXPECT_FALSE(ctx.versionText.empty());
-  EXPECT_EQ(ctx.app.programFolder, program + "/");
-  EXPECT_EQ(ctx.app.appPath, program) << "a writable program folder holds the settings";
-  EXPECT_EQ(ctx.app.hashListFolder, program + "/_hashlist/");
-  EXPECT_EQ(ctx.app.localIniPath, program + "/local.ini");
-  EXPECT_EQ(ctx.app.helpPath, program + "/RavelinHelp.pdf");
-  EXPECT_FALSE(ctx.device.onDevice);
+  EXPECT_EQ(ctx.program.titleText, "Quillon Ravelin 2.2 Rover Edition");
+  EXPECT_EQ(ctx.view.mainCaption, ctx.program.titleText);
+  EXPECT_FALSE(ctx.program.versionText.empty());
+  EXPECT_EQ(ctx.program.app.programFolder, program + "/");
+  EXPECT_EQ(ctx.program.app.appPath, program) << "a writable program folder holds the settings";
+  EXPECT_EQ(ctx.program.app.hashListFolder, program + "/_hashlist/");
+  EXPECT_EQ(ctx.program.app.localIniPath, program + "/local.ini");
+  EXPECT_EQ(ctx.program.app.helpPath, program + "/RavelinHelp.pdf");
+  EXPECT_FALSE(ctx.program.device.onDevice);
 }
 
 TEST_F(StartupTest, APortableDeviceHoldsTheSettings) {
   Start({}, {"U3_DEVICE_SERIAL=42", "U3_APP_DATA_PATH=/media/stick/data/"});
-  EXPECT_TRUE(ctx.device.onDevice);
-  EXPECT_EQ(ctx.app.appPath, "/media/stick/data");
+  EXPECT_TRUE(ctx.program.device.onDevice);
+  EXPECT_EQ(ctx.program.app.appPath, "/media/stick/data");
 }
 
 // The engine is off and its box disabled when no ROBOCOPY program starts; a program of that name
@@ -97,7 +97,7 @@ TEST_F(StartupTest, RobocopyProbeFollowsTheSearchPath) {
   std::string bin = dir.MakeDir("bin");
   setenv("PATH", bin.c_str(), 1);
   Start();
-  EXPECT_FALSE(ctx.robocopyAvailable);
+  EXPECT_FALSE(ctx.program.robocopyAvailable);
   EXPECT_FALSE(ctx.settings.Robocopy);
   EXPECT_FALSE(ctx.settings.enabled.Robocopy);
 
@@ -108,7 +108,7 @@ TEST_F(StartupTest, RobocopyProbeFollowsTheSearchPath) {
   in.programFolder = program;
   Startup(again, in);
   setenv("PATH", oldPath.c_str(), 1);
-  EXPECT_TRUE(again.robocopyAvailable);
+  EXPECT_TRUE(again.program.robocopyAvailable);
   EXPECT_TRUE(again.settings.enabled.Robocopy);
 }
 

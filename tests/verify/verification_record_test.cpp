@@ -288,10 +288,10 @@ TEST_F(VerificationRecordTest, AFailedCopyUsesTheTimesReadBeforeItAndDoesNotHash
   SetTimes(source, kAccessed + 1, kModified);
   FindData t;
   ASSERT_TRUE(FindEntry(target, t));
-  ctx.copyFailed = true;
-  ctx.FCT = t.creationTime;
-  ctx.FLAT = FileTimeFromUnix(kAccessed, 0);
-  ctx.FLMT = FileTimeFromUnix(kModified - 7200, 0);
+  ctx.file.copyFailed = true;
+  ctx.file.FCT = t.creationTime;
+  ctx.file.FLAT = FileTimeFromUnix(kAccessed, 0);
+  ctx.file.FLMT = FileTimeFromUnix(kModified - 7200, 0);
   SetTimes(target, kAccessed, kModified - 7200);
 
   Record(source, target);

@@ -5,7 +5,7 @@
 
 #include <cmath>
 
-#include "copy/file_times.h"
+#include "platform/file_times.h"
 #include "copy/native_transfer.h"
 #include "copy/robocopy_engine.h"
 #include "copy/target_paths.h"
@@ -68,7 +68,7 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
   std::string stage;
   try {
     stage = "Initializing vars";
-    ctx.copyFailed = false;
+    ctx.file.copyFailed = false;
     bool shortName = false;
 
     // A source named like a generated short name is written under a temporary name first and
@@ -96,11 +96,11 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
     GetFileTimes(ctx, sourcePath, fileTimes);
 
     stage = "Globalizing FCT";
-    Globalize(ctx.FCT, fileTimes.created);
+    Globalize(ctx.file.FCT, fileTimes.created);
     stage = "Globalizing FLAT";
-    Globalize(ctx.FLAT, fileTimes.accessed);
+    Globalize(ctx.file.FLAT, fileTimes.accessed);
     stage = "Globalizing FLMT";
-    Globalize(ctx.FLMT, fileTimes.modified);
+    Globalize(ctx.file.FLMT, fileTimes.modified);
 
     stage = "Building RC string";
     std::string command = "ROBOCOPY ";
@@ -154,7 +154,7 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
       if (CopyFileWithProgress(ctx, sourcePath, targetPath)) {
         CountCopiedFile(ctx, size);
       } else {
-        ctx.copyFailed = true;
+        ctx.file.copyFailed = true;
       }
     }
 
@@ -180,7 +180,7 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
     SetFileTimes(ctx, sourcePath, fileTimes);
     stage = "Set High-Order Target Folder TS";
     SetFileTimes(ctx, targetFolder, folderTimes);
-    ctx.copyFailed = false;
+    ctx.file.copyFailed = false;
   } catch (const std::exception& e) {
     const RunError* re = dynamic_cast<const RunError*>(&e);
     const std::string number = IntText(re ? re->number() : kInternalErrorNumber);

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "copy/file_times.h"
+#include "platform/file_times.h"
 #include "jobdb/job_database.h"
 #include "platform/path_layer.h"
 #include "platform/text.h"

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <vector>
 
-#include "copy/file_times.h"
+#include "platform/file_times.h"
 #include "platform/errors.h"
 #include "platform/path_layer.h"
 #include "platform/paths.h"

@@ -3,7 +3,7 @@
 #include <limits>
 
 #include "copy/file_pipeline.h"
-#include "copy/file_times.h"
+#include "platform/file_times.h"
 #include "copy/target_paths.h"
 #include "jobdb/db_connection.h"
 #include "jobdb/job_database.h"

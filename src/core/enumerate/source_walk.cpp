@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "copy/file_times.h"
+#include "platform/file_times.h"
 #include "copy/target_paths.h"
 #include "enumerate/filters.h"
 #include "enumerate/hash_list.h"

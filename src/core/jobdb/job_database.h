@@ -10,13 +10,6 @@ namespace qr {
 
 class RunContext;
 
-// The created, modified, accessed triple of 64-bit file times.
-struct FileTimes {
-  FileTime created = 0;
-  FileTime modified = 0;
-  FileTime accessed = 0;
-};
-
 // A file time as its two halves, each a signed 32-bit integer with the very bits of the time.
 int32_t LowHalf(FileTime t);
 int32_t HighHalf(FileTime t);

@@ -78,7 +78,7 @@ std::optional<ExecResult> ResumeJob(RunContext& ctx, const std::string& jobFile)
   Answer answer = Answer::No;
   if (Trim(ctx.job.JobName).empty()) {
     answer = ctx.dialogs.MessageBox("Do you wish to continue this job from where you left off?",
-                                    ctx.titleText + ": Resume Copy Job", Icon::Question,
+                                    ctx.program.titleText + ": Resume Copy Job", Icon::Question,
                                     Buttons::YesNo);
   }
   ctx.ResumeOfferAccepted = answer == Answer::Yes;

@@ -58,9 +58,9 @@ void NormaliseExtensions(std::string& extensions) {
 bool WriteJobRecord(RunContext& ctx) {
   JobSettings& s = ctx.settings;
   LineWriter w;
-  w.Add("[PROD]", ctx.titleText);
-  w.Add("[VERSION]", ctx.versionText);
-  w.Add("[APPPATH]", WithoutTrailingSep(ctx.app.programFolder));
+  w.Add("[PROD]", ctx.program.titleText);
+  w.Add("[VERSION]", ctx.program.versionText);
+  w.Add("[APPPATH]", WithoutTrailingSep(ctx.program.app.programFolder));
   w.Add("[TARGET]", s.TargetPath);
   w.Add("[JPATH]", s.LogPath);
   if (!Trim(s.CommonLogPath).empty()) w.Add("[COMMONLOG]", s.CommonLogPath);
@@ -300,7 +300,7 @@ void ForEachTaggedLine(const std::string& path, Apply apply) {
 }  // namespace
 
 void ReadRVFile(RunContext& ctx, const std::string& path) {
-  const std::string drive = ProgramDrive(WithoutTrailingSep(ctx.app.programFolder));
+  const std::string drive = ProgramDrive(WithoutTrailingSep(ctx.program.app.programFolder));
   if (!FileExists(path, &ctx)) return;
   JobSettings& s = ctx.settings;
   s.Sources.clear();

@@ -9,7 +9,7 @@
 namespace qr {
 
 std::string ExpandVariables(const RunContext& ctx, const std::string& text) {
-  std::string drive = ProgramDrive(WithoutTrailingSep(ctx.app.programFolder));
+  std::string drive = ProgramDrive(WithoutTrailingSep(ctx.program.app.programFolder));
   std::string out = ReplaceAll(text, "[RoverDrive]", drive);
   out = ReplaceAll(out, "[RVDrive]", drive);
   out = ReplaceAll(out, "[JobName]", ctx.job.JobName);

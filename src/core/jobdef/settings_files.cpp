@@ -245,7 +245,7 @@ void INIwrite(const std::string& file, const std::string& section, const std::st
 
 void GetINIVals(RunContext& ctx) {
   JobSettings& s = ctx.settings;
-  const std::string file = ctx.app.appPath + "/robocopy_settings.ini";
+  const std::string file = ctx.program.app.appPath + "/robocopy_settings.ini";
   try {
     auto read = [&](const char* key) { return INIread(file, kSavedSettings, key); };
     auto on = [&](const char* key) { return read(key) == "1"; };
@@ -268,13 +268,13 @@ void GetINIVals(RunContext& ctx) {
     // The size is taken back within the same bounds that the close writes it with.
     const std::string ww = read("WW");
     if (IsNumeric(ww) && std::strtod(Trim(ww).c_str(), nullptr) > 5000) {
-      ctx.main.mainWidthTwips = static_cast<int>(std::strtod(Trim(ww).c_str(), nullptr));
+      ctx.program.geometry.widthTwips = static_cast<int>(std::strtod(Trim(ww).c_str(), nullptr));
     }
     const std::string wh = read("WH");
     if (IsNumeric(wh) && std::strtod(Trim(wh).c_str(), nullptr) > 6000) {
-      ctx.main.mainHeightTwips = static_cast<int>(std::strtod(Trim(wh).c_str(), nullptr));
+      ctx.program.geometry.heightTwips = static_cast<int>(std::strtod(Trim(wh).c_str(), nullptr));
     }
-    ctx.main.clOverride = read("CL_OVERRIDE");
+    ctx.program.clOverride = read("CL_OVERRIDE");
   } catch (const RunError& e) {
     ctx.Message("W Ini Error\r\n" + IntText(e.number()) + " : " + e.description(), Icon::None);
   }
@@ -282,7 +282,7 @@ void GetINIVals(RunContext& ctx) {
 
 void SetINIVals(RunContext& ctx) {
   const JobSettings& s = ctx.settings;
-  const std::string file = ctx.app.appPath + "/robocopy_settings.ini";
+  const std::string file = ctx.program.app.appPath + "/robocopy_settings.ini";
   try {
     auto write = [&](const char* key, const std::string& value) {
       INIwrite(file, kSavedSettings, key, value);
@@ -303,33 +303,33 @@ void SetINIVals(RunContext& ctx) {
     write("SeparateTS", Flag(s.SeparateTS));
     // "Overwrite" is read but not written: an overwrite choice does not outlive the program.
     write("Rename", Flag(s.Collision == kCollisionRename));
-    const int width = ctx.main.mainWidthTwips;
-    const int height = ctx.main.mainHeightTwips;
+    const int width = ctx.program.geometry.widthTwips;
+    const int height = ctx.program.geometry.heightTwips;
     write("WW", width > 5000 ? IntText(width) : "12000");
     write("WH", height > 6000 ? IntText(height) : "6000");
-    write("CL_OVERRIDE", ctx.main.clOverride);
+    write("CL_OVERRIDE", ctx.program.clOverride);
   } catch (const RunError& e) {
     ctx.Message("W Ini Error\r\n" + IntText(e.number()) + " : " + e.description(), Icon::None);
   }
 }
 
 void LoadLogProcesses(RunContext& ctx) {
-  const std::string file = ctx.app.appPath + "/log_processes.ini";
+  const std::string file = ctx.program.app.appPath + "/log_processes.ini";
   if (!FileExists(file)) {
     for (const SwitchKey& k : kLogProcessKeys) {
       INIwrite(file, kSavedSettings, k.key, "1");
-      ctx.logProcesses.*k.field = true;
+      ctx.program.logProcesses.*k.field = true;
     }
     return;
   }
   for (const SwitchKey& k : kLogProcessKeys) {
-    ctx.logProcesses.*k.field = INIread(file, kSavedSettings, k.key) == "1";
+    ctx.program.logProcesses.*k.field = INIread(file, kSavedSettings, k.key) == "1";
   }
 }
 
 void GetDefaults(RunContext& ctx) {
   JobSettings& s = ctx.settings;
-  const std::string file = ctx.app.appPath + "/defaults.ini";
+  const std::string file = ctx.program.app.appPath + "/defaults.ini";
   if (!FileExists(file)) return;
   try {
     auto read = [&](const char* key) { return INIread(file, "Defaults", key); };
@@ -357,7 +357,7 @@ void GetDefaults(RunContext& ctx) {
 
 void SaveDefaults(RunContext& ctx) {
   const JobSettings& s = ctx.settings;
-  const std::string file = ctx.app.appPath + "/defaults.ini";
+  const std::string file = ctx.program.app.appPath + "/defaults.ini";
   try {
     auto write = [&](const char* key, const std::string& value) {
       INIwrite(file, "Defaults", key, value);
@@ -382,17 +382,17 @@ void WriteLocalSettings(RunContext& ctx) {
   // these two back, so there is no one to tell.
   try {
     std::error_code ec;
-    if (std::filesystem::is_directory(ctx.app.hashListFolder, ec)) {
-      INIwrite(ctx.app.localIniPath, "LocalSettings", "HASHPATH", ctx.app.hashListFolder);
+    if (std::filesystem::is_directory(ctx.program.app.hashListFolder, ec)) {
+      INIwrite(ctx.program.app.localIniPath, "LocalSettings", "HASHPATH", ctx.program.app.hashListFolder);
     }
   } catch (const RunError&) {
   }
   try {
-    const std::string file = ctx.app.appPath + "/ravelin.ini";
-    INIwrite(file, "Geometry", "MainWidth", SingleText(ctx.main.mainWidthTwips));
-    INIwrite(file, "Geometry", "MainTop", SingleText(ctx.main.mainTopTwips));
-    INIwrite(file, "Geometry", "MainLeft", SingleText(ctx.main.mainLeftTwips));
-    INIwrite(file, "Geometry", "MainHeight", SingleText(ctx.main.mainHeightTwips));
+    const std::string file = ctx.program.app.appPath + "/ravelin.ini";
+    INIwrite(file, "Geometry", "MainWidth", SingleText(ctx.program.geometry.widthTwips));
+    INIwrite(file, "Geometry", "MainTop", SingleText(ctx.program.geometry.topTwips));
+    INIwrite(file, "Geometry", "MainLeft", SingleText(ctx.program.geometry.leftTwips));
+    INIwrite(file, "Geometry", "MainHeight", SingleText(ctx.program.geometry.heightTwips));
   } catch (const RunError&) {
   }
 }

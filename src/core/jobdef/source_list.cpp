@@ -91,8 +91,8 @@ std::string HoldingMountPoint(const std::string& path) {
 }
 
 std::string ProgramFolderOf(const RunContext& ctx) {
-  return ctx.app.programFolder.empty() ? ProgramFolder()
-                                       : WithoutTrailingSep(ctx.app.programFolder);
+  return ctx.program.app.programFolder.empty() ? ProgramFolder()
+                                       : WithoutTrailingSep(ctx.program.app.programFolder);
 }
 
 // Drives are added as their mount points, straight to the list: AddSource's nesting rules
@@ -211,7 +211,7 @@ void AddSource(RunContext& ctx, std::string& path) {
       }
     } catch (const std::exception&) {
     }
-  } else if (!ctx.flags.silent) {
+  } else if (!ctx.program.flags.silent) {
     ctx.Message(path + "\r\n\r\nThe path you have specified cannot be found on this machine.",
                 Icon::Exclamation);
   }

@@ -66,7 +66,7 @@ void FinishRunReport(RunContext& ctx) {
   const RunCounters& c = ctx.counters;
   if (c.CancelRequested) {
     std::string report = BuildReportText(c, true);
-    if (!ctx.flags.silent) ctx.Message(report, Icon::Information);
+    if (!ctx.program.flags.silent) ctx.Message(report, Icon::Information);
     WriteTally(ctx, report);
   } else {
     CopyPreparedJob(ctx);
@@ -79,10 +79,10 @@ void FinishRunReport(RunContext& ctx) {
                            "/" + IntText(c.TotalBytes) + ") (Target=" + ctx.settings.TargetPath +
                            ") (Logs=" + ctx.settings.LogPath + ")");
     }
-    if (!ctx.flags.silent) ctx.Message(report, Icon::Information);
+    if (!ctx.program.flags.silent) ctx.Message(report, Icon::Information);
     WriteTally(ctx, report);
   }
-  if (c.ErrorCount > 0 && !Trim(ctx.job.ErrorInstructions).empty() && !ctx.flags.silent) {
+  if (c.ErrorCount > 0 && !Trim(ctx.job.ErrorInstructions).empty() && !ctx.program.flags.silent) {
     ctx.Message("Errors occurred during this job.\r\nThe error instructions for this job are:\r\n\r\n" +
                     ctx.job.ErrorInstructions,
                 Icon::None);

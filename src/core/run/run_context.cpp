@@ -5,7 +5,7 @@
 namespace qr {
 
 Answer RunContext::Message(const std::string& text, Icon icon, Buttons buttons) {
-  return dialogs.MessageBox(text, titleText, icon, buttons);
+  return dialogs.MessageBox(text, program.titleText, icon, buttons);
 }
 
 void RunContext::ShowMessage(const std::string& text, Icon icon) { Message(text, icon); }

@@ -37,7 +37,7 @@ bool FolderExistsOrCreated(RunContext& ctx, const std::string& path) {
 }
 
 ExecResult Refuse(RunContext& ctx, const std::string& text, Icon icon) {
-  if (ctx.flags.silent) return {ExecOutcome::Refused, true};
+  if (ctx.program.flags.silent) return {ExecOutcome::Refused, true};
   ctx.Message(text, icon);
   return {ExecOutcome::Refused, false};
 }
@@ -168,7 +168,7 @@ void Enumerate(RunContext& ctx) {
   GoDebug("Copying " + IntText(c.TotalFiles) + " Files.");
   if (c.TotalFiles < 1) {
     GoDebug("No files found to copy");
-    if (!s.CopyEmpties && !ctx.flags.silent) {
+    if (!s.CopyEmpties && !ctx.program.flags.silent) {
       ctx.Message("There were no files found to copy.", Icon::Information);
     }
   }
@@ -213,7 +213,7 @@ ExecResult CloseDown(RunContext& ctx) {
   c.RunActive = false;
   c.CopyPhaseActive = false;
   c.CancelRequested = false;
-  ctx.main.runControlsEnabled = true;
+  ctx.view.runControlsEnabled = true;
   ctx.Resuming = false;
   ctx.ResumeOfferAccepted = false;
   if (!Trim(ctx.settings.EndCommand).empty()) {
@@ -221,7 +221,7 @@ ExecResult CloseDown(RunContext& ctx) {
     StartResult started = StartShellHidden(ExpandVariables(ctx, ctx.settings.EndCommand));
     if (started.started) AbandonChild(started.pid);
   }
-  if (ctx.flags.silent || ctx.flags.quit) result.endProgram = true;
+  if (ctx.program.flags.silent || ctx.program.flags.quit) result.endProgram = true;
   return result;
 }
 
@@ -235,20 +235,20 @@ ExecResult RunPhases(RunContext& ctx) {
   const bool copyPassAllowed = true;
   ctx.progress.listErrors.clear();
   ctx.progress.lblExclusions.clear();
-  BuildExtensionList(s, ctx.dialogs, ctx.titleText);
+  BuildExtensionList(s, ctx.dialogs, ctx.program.titleText);
   ctx.extraText.clear();
   ctx.errorLogRunNumber = 1;
   c.CopyPhaseActive = false;
   ctx.paths.DatabasePath = WithTrailingSep(s.LogPath) + "_job.sdb";
   ctx.ResumeOfferAccepted = ctx.Resuming;
   c.SkipRequested = false;
-  if (ctx.flags.quit) ctx.main.jobPickerVisible = false;
+  if (ctx.program.flags.quit) ctx.view.jobPickerVisible = false;
 
   // Phase 2: validation.
   if (auto refused = Validate(ctx)) return *refused;
 
   // Phase 4: database warning.
-  if (!ctx.Resuming && !ctx.flags.silent && FileExists(ctx.paths.DatabasePath)) {
+  if (!ctx.Resuming && !ctx.program.flags.silent && FileExists(ctx.paths.DatabasePath)) {
     Answer a = ctx.Message(
         "WARNING! A database already exists in this directory. If you continue, all file data "
         "encountered during this run will be appended to this database. This may cause "
@@ -258,7 +258,7 @@ ExecResult RunPhases(RunContext& ctx) {
   }
 
   // Phase 5: job notice.
-  if (!ctx.flags.silent) {
+  if (!ctx.program.flags.silent) {
     if (ctx.Message(JobNotice(ctx), Icon::Information, Buttons::OkCancel) != Answer::Ok) {
       return {ExecOutcome::Refused, false};
     }
@@ -267,7 +267,7 @@ ExecResult RunPhases(RunContext& ctx) {
   // Phase 7: progress set-up.
   ctx.progress.ResetValues();
   c.RunActive = true;
-  ctx.main.runControlsEnabled = false;
+  ctx.view.runControlsEnabled = false;
   c.StartTime = Clock::now();
   c.ErrorCount = 0;
   if (!ctx.Resuming) {
@@ -281,7 +281,7 @@ ExecResult RunPhases(RunContext& ctx) {
     c.HashExcludedFiles = 0;
     c.CancelRequested = false;
   }
-  ctx.main.caption = ctx.titleText + " - Copying";
+  ctx.view.mainCaption = ctx.program.titleText + " - Copying";
 
   // Phases 8 to 10: paths, database, job record.
   ComputePaths(ctx);
@@ -289,7 +289,7 @@ ExecResult RunPhases(RunContext& ctx) {
   if (!ctx.Resuming && !WriteJobRecord(ctx)) throw JobFileWriteFailure{ctx.paths.JobRecordPath};
 
   // Phase 11: show progress.
-  if (!ctx.flags.silent) ctx.progress.visible = true;
+  if (!ctx.program.flags.silent) ctx.progress.visible = true;
   ctx.progress.byteBarVisible = !s.Robocopy;
   ctx.progress.Progress_Set(0);
 
@@ -302,7 +302,7 @@ ExecResult RunPhases(RunContext& ctx) {
   if (s.CopyFiles && copyPassAllowed) CopySources(ctx);
   GoDebug("Copy process completed.");
   c.EndTime = Clock::now();
-  ctx.main.caption = ctx.titleText;
+  ctx.view.mainCaption = ctx.program.titleText;
   ctx.progress.visible = false;
 
   // Phase 14: report.

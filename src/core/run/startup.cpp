@@ -37,7 +37,7 @@ namespace {
 // program's own folder when it is writable, so settings travel with the program; otherwise the
 // user's configuration folder, for a program installed system-wide.
 std::string ChooseAppPath(const RunContext& ctx, const std::string& programFolder) {
-  if (ctx.device.onDevice) return WithoutTrailingSep(ctx.device.U3_APP_DATA_PATH);
+  if (ctx.program.device.onDevice) return WithoutTrailingSep(ctx.program.device.U3_APP_DATA_PATH);
   if (IsWritableFolder(programFolder)) return programFolder;
   std::string config = ConfigHome() + "/quillon-ravelin";
   std::error_code ec;
@@ -50,16 +50,16 @@ std::string ChooseAppPath(const RunContext& ctx, const std::string& programFolde
 void LoadMainWindow(RunContext& ctx, const StartupInputs& inputs, StartupResult& result) {
   JobSettings& s = ctx.settings;
   try {
-    ctx.app.appPath = WithoutTrailingSep(ctx.app.appPath);
-    ctx.robocopyAvailable = false;
+    ctx.program.app.appPath = WithoutTrailingSep(ctx.program.app.appPath);
+    ctx.program.robocopyAvailable = false;
 
     s.Ravelin = s.CopyEmpties = s.CreateLog = s.HashDest = s.HashSource = true;
     s.CopySubs = s.CopyData = s.CopyAttributes = s.CopyTimestamps = s.CopyZB = true;
 
-    ctx.titleText = kTitleText;
-    ctx.versionText = RAVELIN_VERSION_TEXT;
-    ctx.app.helpPath = ctx.app.programFolder + "RavelinHelp.pdf";
-    ctx.main.caption = ctx.titleText;
+    ctx.program.titleText = kTitleText;
+    ctx.program.versionText = RAVELIN_VERSION_TEXT;
+    ctx.program.app.helpPath = ctx.program.app.programFolder + "RavelinHelp.pdf";
+    ctx.view.mainCaption = ctx.program.titleText;
 
     if (inputs.singleInstance) {
       result.lock = std::make_unique<SingleInstanceLock>(kInstanceKey, inputs.instanceLockFolder);
@@ -71,13 +71,13 @@ void LoadMainWindow(RunContext& ctx, const StartupInputs& inputs, StartupResult&
     }
 
     if (ProbeProgram({"ROBOCOPY", "/?"})) {
-      ctx.robocopyAvailable = true;
+      ctx.program.robocopyAvailable = true;
     } else {
       s.Robocopy = false;
       s.enabled.Robocopy = false;
     }
 
-    if (FileExists(ctx.app.appPath + "/robocopy_settings.ini")) {
+    if (FileExists(ctx.program.app.appPath + "/robocopy_settings.ini")) {
       GetINIVals(ctx);
     } else {
       s.CopySubs = true;
@@ -103,22 +103,22 @@ StartupResult Startup(RunContext& ctx, const StartupInputs& inputs) {
   std::string stage;
   try {
     stage = "Setting default values";
-    ctx.flags = StartupFlags{};
+    ctx.program.flags = StartupFlags{};
 
     stage = "Determining relative paths";
     std::string folder = WithoutTrailingSep(
         inputs.programFolder.empty() ? ProgramFolder() : inputs.programFolder);
-    ctx.app.programFolder = WithTrailingSep(folder);
+    ctx.program.app.programFolder = WithTrailingSep(folder);
 
     stage = "Setting environment";
-    ctx.device = ReadDeviceEnvironment(inputs.environment,
+    ctx.program.device = ReadDeviceEnvironment(inputs.environment,
                                        DeviceDefaults{folder, ProgramDrive(folder), MachineId()});
-    ctx.app.appPath = ChooseAppPath(ctx, folder);
+    ctx.program.app.appPath = ChooseAppPath(ctx, folder);
 
     stage = "Reading command line instructions";
-    ctx.flags = ParseSwitches(inputs.args);
-    ctx.app.hashListFolder = ctx.app.programFolder + "_hashlist/";
-    ctx.app.localIniPath = ctx.app.programFolder + "local.ini";
+    ctx.program.flags = ParseSwitches(inputs.args);
+    ctx.program.app.hashListFolder = ctx.program.app.programFolder + "_hashlist/";
+    ctx.program.app.localIniPath = ctx.program.app.programFolder + "local.ini";
 
     stage = "Showing main interface";
     LoadMainWindow(ctx, inputs, result);

@@ -13,7 +13,7 @@
 #include <memory>
 #include <vector>
 
-#include "copy/file_times.h"
+#include "platform/file_times.h"
 #include "jobdb/job_database.h"
 #include "platform/errors.h"
 #include "platform/path_layer.h"

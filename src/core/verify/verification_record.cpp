@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <exception>
 
-#include "copy/file_times.h"
+#include "platform/file_times.h"
 #include "jobdb/job_database.h"
 #include "platform/dates.h"
 #include "platform/errors.h"
@@ -133,12 +133,12 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
     stage = "Determining File Name";
     const std::string fileName = NamePart(sourcePath);
 
-    if (ctx.copyFailed) {
+    if (ctx.file.copyFailed) {
       // The transfer failed, so the source may have been disturbed: the times read before it are
       // the true ones, and a hash of the source would prove nothing about a copy.
-      source.times.created = ctx.FCT;
-      source.times.accessed = ctx.FLAT;
-      source.times.modified = ctx.FLMT;
+      source.times.created = ctx.file.FCT;
+      source.times.accessed = ctx.file.FLAT;
+      source.times.modified = ctx.file.FLMT;
       source.timesRead = true;
     } else {
       stage = "Hashing source";

@@ -2,10 +2,17 @@
 // The only way times are read and written, for files and folders alike.
 #include <string>
 
-#include "jobdb/job_database.h"
+#include "platform/find_data.h"
 #include "platform/report.h"
 
 namespace qr {
+
+// The created, modified, accessed triple of 64-bit file times.
+struct FileTimes {
+  FileTime created = 0;
+  FileTime modified = 0;
+  FileTime accessed = 0;
+};
 
 // The three times from the directory entry (the object is never opened). 1 when the entry was
 // found, else 0 with the outputs as they were. A trailing separator is cut first.

@@ -1,4 +1,4 @@
-#include "copy/file_times.h"
+#include "platform/file_times.h"
 
 #include <cerrno>
 #include <cstring>
