@@ -14,7 +14,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "run/run_driver.h"
+#include "exec/run_driver.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <exception>
 
 #include "absolute_path.h"
-#include "jobdb/resume.h"
+#include "exec/resume.h"
 #include "jobdef/job_file.h"
 #include "jobdef/source_list.h"
 #include "platform/errors.h"
@@ -14,9 +14,9 @@
 #include "platform/device_env.h"
 #include "platform/process.h"
 #include "run/run_context.h"
-#include "run/report.h"
-#include "run/run_driver.h"
-#include "run/startup.h"
+#include "exec/report.h"
+#include "exec/run_driver.h"
+#include "exec/startup.h"
 #include "terminal_dialogs.h"
 
 namespace qr::cli {

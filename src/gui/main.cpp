@@ -7,7 +7,7 @@
 #include "qt_dialogs.h"
 #include "qt_event_pump.h"
 #include "run/run_context.h"
-#include "run/startup.h"
+#include "exec/startup.h"
 
 int main(int argc, char** argv) {
   QApplication app(argc, argv);  // takes Qt's own switches out of argv

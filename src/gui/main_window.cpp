@@ -11,7 +11,7 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
-#include "run/run_driver.h"
+#include "exec/run_driver.h"
 #include "jobdef/source_list.h"
 #include "ui/main_window.h"
 

@@ -13,7 +13,7 @@
 #include "platform/find_data.h"
 #include "platform/text.h"
 #include "platform/unicode_text.h"
-#include "run/run_driver.h"
+#include "exec/run_driver.h"
 #include "support/child_process.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"

@@ -8,6 +8,7 @@
 
 #include "jobdb/db_connection.h"
 #include "jobdb/job_database.h"
+#include "run/job_connection.h"
 #include "run/run_context.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"

@@ -10,7 +10,7 @@
 #include "jobdb/db_connection.h"
 #include "jobdb/job_database.h"
 #include "platform/find_data.h"
-#include "run/run_driver.h"
+#include "exec/run_driver.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"
 

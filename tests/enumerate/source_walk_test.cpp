@@ -16,6 +16,7 @@
 #include "platform/paths.h"
 #include "platform/text.h"
 #include "platform/unicode_text.h"
+#include "run/job_connection.h"
 #include "support/child_process.h"
 #include "run/run_context.h"
 #include "support/fake_dialogs.h"

@@ -15,7 +15,7 @@
 
 #include "qt_dialogs.h"
 #include "qt_event_pump.h"
-#include "run/run_driver.h"
+#include "exec/run_driver.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"
 

@@ -6,8 +6,10 @@
 #include <set>
 
 #include "copy/target_paths.h"
+#include "enumerate/job_rows.h"
 #include "jobdb/db_connection.h"
 #include "platform/errors.h"
+#include "run/job_connection.h"
 #include "run/run_context.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"

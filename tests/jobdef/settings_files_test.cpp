@@ -8,7 +8,7 @@
 
 #include "platform/errors.h"
 #include "run/run_context.h"
-#include "run/startup.h"
+#include "exec/startup.h"
 #include "support/child_process.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"

@@ -11,7 +11,7 @@
 #include "platform/paths.h"
 #include "platform/text.h"
 #include "run/run_context.h"
-#include "verify/logs.h"
+#include "platform/logs.h"
 
 namespace qr {
 

@@ -11,6 +11,7 @@
 #include "platform/path_layer.h"
 #include "platform/paths.h"
 #include "platform/text.h"
+#include "run/job_connection.h"
 #include "run/run_context.h"
 
 namespace qr {

@@ -5,6 +5,7 @@
 #include "platform/errors.h"
 #include "platform/plain_text.h"
 #include "platform/text.h"
+#include "run/job_connection.h"
 #include "run/run_context.h"
 
 namespace qr {

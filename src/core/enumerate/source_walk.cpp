@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "enumerate/job_rows.h"
 #include "platform/file_times.h"
 #include "copy/target_paths.h"
 #include "enumerate/filters.h"
@@ -17,9 +18,10 @@
 #include "platform/plain_text.h"
 #include "platform/text.h"
 #include "platform/unicode_text.h"
+#include "run/job_connection.h"
 #include "run/run_context.h"
 #include "verify/hash_file.h"
-#include "verify/logs.h"
+#include "platform/logs.h"
 
 namespace qr {
 

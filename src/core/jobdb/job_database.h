@@ -1,14 +1,17 @@
 #pragma once
-// The per-job SQLite database _job.sdb: the work list that survives a crash.
+// The per-job SQLite database _job.sdb: the work list that survives a crash. Its schema, the
+// columns' encodings and the handler its routines share.
 #include <cstdint>
+#include <new>
 #include <string>
 #include <vector>
 
+#include "platform/errors.h"
 #include "platform/find_data.h"
 
 namespace qr {
 
-class RunContext;
+class DbConnection;
 
 // A file time as its two halves, each a signed 32-bit integer with the very bits of the time.
 int32_t LowHalf(FileTime t);
@@ -23,24 +26,33 @@ struct QueryBuffer {
   static constexpr size_t kFlushThreshold = 10000;
 };
 
-void CreateJobDatabase(RunContext& ctx, const std::string& path);
-// True when it ran to its end; the caller ignores the result.
-bool ValidateJobDatabase(RunContext& ctx, const std::string& path);
+// The tables and indexes of a new job database.
+void BuildJobSchema(DbConnection& db);
+// Those of a database rebuilt by validation: its tFiles has no "folder" column. The two ways of
+// making a database differ, and both kinds exist in the field.
+void BuildRepairedJobSchema(DbConnection& db);
+// False for an empty file, which is an empty database.
+bool HasHashesTable(DbConnection& db);
 
-// The routines below report their failures to the silent log and go on; when the silent log
-// itself can't be written, that RunError passes to the caller.
-// One tFiles row for folder + name; `folder` gains its trailing separator in place.
-void InsertFileRow(RunContext& ctx, std::string& folder, const std::string& name,
-                   const FindData& findData);
-void InsertFolderRow(RunContext& ctx, const std::string& folderPath, const FindData& findData);
-void AddQueryToBuffer(RunContext& ctx, const std::string& sql);
-void FlushQueryBuffer(RunContext& ctx);
+inline constexpr int kOutOfMemory = 7;
 
-// The run's connection, made and opened on DatabasePath when it is absent (the recovery of a
-// missing connection, which is also the normal way for single-file and file-list sources).
-class DbConnection& Connection(RunContext& ctx);
-// Makes a new connection and opens DatabasePath; drops it with DropConnection.
-void OpenConnection(RunContext& ctx);
-void DropConnection(RunContext& ctx);
+// Runs `body`; a failure reaches `report` with its number and description. A failure of the
+// report itself (the silent log can't be opened) passes on to the caller.
+template <typename Body, typename Report>
+void WithHandler(Body&& body, Report&& report) {
+  try {
+    body();
+  } catch (const RunError& e) {
+    report(e.number(), e.description());
+  } catch (const std::bad_alloc&) {
+    report(kOutOfMemory, "Out of memory");
+  } catch (const std::exception& e) {
+    report(kInternalErrorNumber, e.what());
+  }
+}
+
+// The silent-log entry of a failed database routine: label, number and description, stage.
+std::string SilentReport(const char* label, int number, const std::string& description,
+                         const std::string& stage, const char* dashes);
 
 }  // namespace qr

@@ -1,6 +1,6 @@
 #include "run/run_context.h"
 
-#include "verify/logs.h"
+#include "platform/logs.h"
 
 namespace qr {
 

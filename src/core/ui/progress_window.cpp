@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-#include "run/report.h"
+#include "exec/report.h"
 
 namespace qr {
 

@@ -19,7 +19,7 @@
 #include "platform/path_layer.h"
 #include "platform/text.h"
 #include "run/run_context.h"
-#include "verify/logs.h"
+#include "platform/logs.h"
 
 namespace qr {
 

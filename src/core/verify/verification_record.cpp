@@ -20,7 +20,7 @@
 #include "run/job_settings.h"
 #include "run/run_context.h"
 #include "verify/hash_file.h"
-#include "verify/logs.h"
+#include "platform/logs.h"
 
 namespace qr {
 

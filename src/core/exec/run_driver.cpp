@@ -1,4 +1,4 @@
-#include "run/run_driver.h"
+#include "exec/run_driver.h"
 
 #include <optional>
 
@@ -6,7 +6,7 @@
 #include "copy/work_queue.h"
 #include "enumerate/source_walk.h"
 #include "jobdb/job_database.h"
-#include "jobdb/resume.h"
+#include "exec/resume.h"
 #include "jobdef/job_file.h"
 #include "jobdef/path_variables.h"
 #include "platform/errors.h"
@@ -16,8 +16,9 @@
 #include "platform/process.h"
 #include "platform/text.h"
 #include "platform/unicode_text.h"
-#include "run/report.h"
-#include "verify/logs.h"
+#include "exec/report.h"
+#include "platform/logs.h"
+#include "run/job_connection.h"
 #include "verify/verification_record.h"
 
 namespace qr {

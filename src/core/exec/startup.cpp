@@ -1,4 +1,4 @@
-#include "run/startup.h"
+#include "exec/startup.h"
 
 #include <filesystem>
 

@@ -1,4 +1,4 @@
-#include "run/run_driver.h"
+#include "exec/run_driver.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "run/report.h"
+#include "exec/report.h"
 
 #include <cstdio>
 

@@ -1,4 +1,4 @@
-#include "verify/logs.h"
+#include "platform/logs.h"
 
 #include "platform/errors.h"
 #include "platform/plain_text.h"

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "run/run_driver.h"
+#include "exec/run_driver.h"
 
 namespace qr {
 

@@ -1,10 +1,11 @@
-#include "jobdb/resume.h"
+#include "exec/resume.h"
 
 #include <gtest/gtest.h>
 
 #include "jobdb/db_connection.h"
 #include "jobdb/job_database.h"
 #include "platform/unicode_text.h"
+#include "run/job_connection.h"
 #include "run/run_context.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"

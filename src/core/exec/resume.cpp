@@ -1,4 +1,4 @@
-#include "jobdb/resume.h"
+#include "exec/resume.h"
 
 #include "jobdb/db_connection.h"
 #include "jobdef/job_file.h"
