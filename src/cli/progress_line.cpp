@@ -7,6 +7,7 @@
 
 #include "platform/dates.h"
 #include "platform/text.h"
+#include "platform/utf8.h"
 #include "ui/progress_window.h"
 
 namespace qr::cli {
@@ -52,42 +53,12 @@ bool IsWide(char32_t c) {
          InRange(c, 0x30000, 0x3FFFD);
 }
 
-// Decodes one UTF-8 character at `i`; returns its length, 0 when the bytes there are not a
-// well-formed character (overlong forms, surrogates and values past U+10FFFF included).
-size_t DecodeOne(std::string_view s, size_t i, char32_t& out) {
-  const auto b0 = static_cast<unsigned char>(s[i]);
-  size_t len = 0;
-  char32_t c = 0;
-  char32_t min = 0;
-  if (b0 < 0x80) {
-    out = b0;
-    return 1;
-  } else if ((b0 & 0xE0) == 0xC0) {
-    len = 2, c = b0 & 0x1Fu, min = 0x80;
-  } else if ((b0 & 0xF0) == 0xE0) {
-    len = 3, c = b0 & 0x0Fu, min = 0x800;
-  } else if ((b0 & 0xF8) == 0xF0) {
-    len = 4, c = b0 & 0x07u, min = 0x10000;
-  } else {
-    return 0;
-  }
-  if (i + len > s.size()) return 0;
-  for (size_t k = 1; k < len; ++k) {
-    const auto b = static_cast<unsigned char>(s[i + k]);
-    if ((b & 0xC0) != 0x80) return 0;
-    c = (c << 6) | (b & 0x3Fu);
-  }
-  if (c < min || c > 0x10FFFF || InRange(c, 0xD800, 0xDFFF)) return 0;
-  out = c;
-  return len;
-}
-
 std::vector<Glyph> Glyphs(std::string_view s) {
   std::vector<Glyph> out;
   out.reserve(s.size());
   for (size_t i = 0; i < s.size();) {
     char32_t c = 0;
-    const size_t len = DecodeOne(s, i, c);
+    const size_t len = DecodeUtf8(s, i, c);
     if (len == 0 || IsUnsafe(c)) {
       out.push_back({"?", 1});
       i += len == 0 ? 1 : len;

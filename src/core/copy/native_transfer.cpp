@@ -11,12 +11,13 @@
 #include <string>
 #include <vector>
 
-#include "platform/file_times.h"
 #include "jobdb/job_database.h"
+#include "platform/file_times.h"
+#include "platform/logs.h"
 #include "platform/path_layer.h"
 #include "platform/text.h"
+#include "platform/write_all.h"
 #include "run/run_context.h"
-#include "platform/logs.h"
 
 namespace qr {
 
@@ -83,17 +84,6 @@ ssize_t ReadFull(int fd, char* buffer, size_t n) {
     done += static_cast<size_t>(got);
   }
   return static_cast<ssize_t>(done);
-}
-
-bool WriteAll(int fd, const char* buffer, size_t n) {
-  size_t done = 0;
-  while (done < n) {
-    const ssize_t put = ::write(fd, buffer + done, n - done);
-    if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) return false;
-    done += static_cast<size_t>(put);
-  }
-  return true;
 }
 
 // A byte count shown the way the progress notes always showed it: as a fixed-point number with
@@ -189,7 +179,9 @@ bool TransferBytes(RunContext& ctx, const std::string& source, const std::string
       if (buffer.empty()) buffer.resize(kTransferChunk);
       n = ReadFull(in.get(), buffer.data(), buffer.size());
       if (n < 0) return false;
-      if (n > 0 && !WriteAll(out.get(), buffer.data(), static_cast<size_t>(n))) return false;
+      if (n > 0 && !WriteAll(out.get(), std::string_view(buffer.data(), static_cast<size_t>(n)))) {
+        return false;
+      }
     }
     if (n == 0) break;
     transferred += n;
@@ -339,7 +331,7 @@ bool CopyFileManual(RunContext& ctx, const std::string& source, const std::strin
       ReadFull(in.get(), buffer.data(), n);
 
       words = "Could not write " + IntText(chunk) + " bytes to destination file.";
-      WriteAll(out.get(), buffer.data(), n);
+      WriteAll(out.get(), std::string_view(buffer.data(), n));
 
       words = "Could not flush file buffer.";
       ::fsync(out.get());

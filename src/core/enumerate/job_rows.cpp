@@ -4,6 +4,7 @@
 #include "jobdb/job_database.h"
 #include "platform/paths.h"
 #include "platform/text.h"
+#include "platform/utf8.h"
 #include "run/job_connection.h"
 #include "run/run_context.h"
 
@@ -15,15 +16,6 @@ namespace {
 constexpr size_t kLongPathCharacters = 256;
 
 const char* const kInsertDashes = "----------------------------------------------------------";
-
-// Characters, not bytes: a UTF-8 name is as long as it reads. A stray byte counts as one.
-size_t CharacterCount(const std::string& text) {
-  size_t n = 0;
-  for (unsigned char c : text) {
-    if ((c & 0xC0) != 0x80) ++n;
-  }
-  return n;
-}
 
 // The text behind the last dot of the name, or the whole name when it has none.
 std::string ExtensionOf(const std::string& name) {
@@ -88,7 +80,7 @@ void InsertFileRow(RunContext& ctx, std::string& folder, const std::string& name
         sql += "'', ";  // expected
         stage = "Adding long path flag to query";
         sql +=
-            CharacterCount(GetTargetFolder(ctx, folder)) >= kLongPathCharacters ? "'1', " : "'0', ";
+            Utf8CharCount(GetTargetFolder(ctx, folder)) >= kLongPathCharacters ? "'1', " : "'0', ";
         stage = "Adding src path to query";
         const std::string sourcePath = folder + name;
         sql += SqlQuote(sourcePath) + ", ";

@@ -15,6 +15,7 @@
 #include "platform/path_layer.h"
 #include "platform/plain_text.h"
 #include "platform/text.h"
+#include "platform/utf8.h"
 #include "run/job_settings.h"
 #include "run/run_context.h"
 
@@ -36,8 +37,9 @@ std::string FoldKeepingLength(std::string_view s) {
       ++i;
       continue;
     }
-    size_t n = b >= 0xF0 ? 4 : b >= 0xE0 ? 3 : b >= 0xC0 ? 2 : 1;
-    if (i + n > s.size()) n = 1;
+    char32_t c = 0;
+    size_t n = DecodeUtf8(s, i, c);
+    if (n == 0) n = 1;  // an invalid byte folds to itself
     std::string_view ch = s.substr(i, n);
     std::string folded = LowerCase(ch);
     out += folded.size() == ch.size() ? folded : std::string(ch);

@@ -1,6 +1,7 @@
 #include "platform/like_match.h"
 
 #include "platform/text.h"
+#include "platform/utf8.h"
 
 namespace qr {
 
@@ -12,42 +13,10 @@ constexpr char32_t kInvalidBase = 0x110000;
 
 // Decodes the character at s[i] and advances i past it.
 char32_t NextChar(std::string_view s, size_t& i) {
-  const auto b0 = static_cast<unsigned char>(s[i]);
-  if (b0 < 0x80) {
-    ++i;
-    return b0;
-  }
-  size_t n = 0;
   char32_t c = 0;
-  char32_t least = 0;
-  if (b0 >= 0xC2 && b0 < 0xE0) {
-    n = 1;
-    c = b0 & 0x1Fu;
-    least = 0x80;
-  } else if (b0 >= 0xE0 && b0 < 0xF0) {
-    n = 2;
-    c = b0 & 0x0Fu;
-    least = 0x800;
-  } else if (b0 >= 0xF0 && b0 < 0xF5) {
-    n = 3;
-    c = b0 & 0x07u;
-    least = 0x10000;
-  }
-  bool ok = n > 0 && i + n < s.size();
-  for (size_t k = 1; ok && k <= n; ++k) {
-    const auto b = static_cast<unsigned char>(s[i + k]);
-    if ((b & 0xC0) != 0x80) {
-      ok = false;
-    } else {
-      c = (c << 6) | (b & 0x3Fu);
-    }
-  }
-  if (ok && (c < least || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))) ok = false;
-  if (!ok) {
-    ++i;
-    return kInvalidBase + b0;
-  }
-  i += n + 1;
+  const size_t length = DecodeUtf8(s, i, c);
+  if (length == 0) return kInvalidBase + static_cast<unsigned char>(s[i++]);
+  i += length;
   return c;
 }
 

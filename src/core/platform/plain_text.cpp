@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "platform/text.h"
+#include "platform/write_all.h"
 
 namespace qr {
 
@@ -14,21 +15,6 @@ namespace {
 bool Fail(int* error, int err) {
   if (error != nullptr) *error = err;
   return false;
-}
-
-bool WriteAll(int fd, std::string_view bytes) {
-  const char* data = bytes.data();
-  size_t size = bytes.size();
-  while (size > 0) {
-    const ssize_t n = write(fd, data, size);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    data += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
 }
 
 bool WriteFile(const std::string& path, std::string_view bytes, int flags, int* error) {

@@ -4,6 +4,8 @@
 #include <cwctype>
 #include <locale>
 
+#include "platform/utf8.h"
+
 namespace qr {
 
 std::string Trim(std::string_view s) {
@@ -15,55 +17,6 @@ std::string Trim(std::string_view s) {
 }
 
 namespace {
-
-// Decodes one UTF-8 sequence at s[i]. An invalid byte comes back with `valid` false, so that
-// folding keeps it unchanged and no byte of a name is ever lost.
-char32_t Decode(std::string_view s, size_t& i, bool& valid) {
-  auto b0 = static_cast<unsigned char>(s[i]);
-  valid = true;
-  if (b0 < 0x80) {
-    ++i;
-    return b0;
-  }
-  size_t n = (b0 >= 0xC2 && b0 < 0xE0)   ? 1
-             : (b0 >= 0xE0 && b0 < 0xF0) ? 2
-             : (b0 >= 0xF0 && b0 < 0xF5) ? 3
-                                         : 0;
-  char32_t c = b0 & (0x3Fu >> n);
-  bool ok = n > 0;
-  for (size_t k = 1; ok && k <= n; ++k) {
-    if (i + k >= s.size() || (static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) {
-      ok = false;
-    } else {
-      c = (c << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3Fu);
-    }
-  }
-  if (!ok) {
-    valid = false;
-    ++i;
-    return b0;
-  }
-  i += n + 1;
-  return c;
-}
-
-void Encode(char32_t c, std::string& out) {
-  if (c < 0x80) {
-    out += static_cast<char>(c);
-  } else if (c < 0x800) {
-    out += static_cast<char>(0xC0 | (c >> 6));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    out += static_cast<char>(0xE0 | (c >> 12));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (c >> 18));
-    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  }
-}
 
 const std::ctype<wchar_t>* UnicodeCtype() {
   static const std::ctype<wchar_t>* facet = []() -> const std::ctype<wchar_t>* {
@@ -83,14 +36,15 @@ std::string FoldCase(std::string_view s, Fold fold) {
   out.reserve(s.size());
   size_t i = 0;
   while (i < s.size()) {
-    size_t start = i;
-    bool valid = false;
-    char32_t c = Decode(s, i, valid);
-    if (!valid) {
-      out += s[start];
+    char32_t c = 0;
+    const size_t length = DecodeUtf8(s, i, c);
+    if (length == 0) {
+      // An invalid byte stays as it is, so that no byte of a name is ever lost.
+      out += s[i++];
       continue;
     }
-    Encode(fold(c), out);
+    i += length;
+    AppendUtf8(fold(c), out);
   }
   return out;
 }
