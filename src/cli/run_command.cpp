@@ -6,17 +6,17 @@
 #include <exception>
 
 #include "absolute_path.h"
-#include "exec/resume.h"
-#include "jobdef/job_file.h"
-#include "jobdef/source_list.h"
-#include "platform/errors.h"
-#include "platform/path_layer.h"
-#include "platform/device_env.h"
-#include "platform/process.h"
-#include "run/run_context.h"
 #include "exec/report.h"
+#include "exec/resume.h"
 #include "exec/run_driver.h"
 #include "exec/startup.h"
+#include "jobdef/job_file.h"
+#include "jobdef/source_list.h"
+#include "platform/device_env.h"
+#include "platform/errors.h"
+#include "platform/path_layer.h"
+#include "platform/process.h"
+#include "run/run_context.h"
 #include "terminal_dialogs.h"
 
 namespace qr::cli {

@@ -6,8 +6,8 @@
 #include "platform/device_env.h"
 #include "qt_dialogs.h"
 #include "qt_event_pump.h"
-#include "run/run_context.h"
 #include "exec/startup.h"
+#include "run/run_context.h"
 
 int main(int argc, char** argv) {
   QApplication app(argc, argv);  // takes Qt's own switches out of argv

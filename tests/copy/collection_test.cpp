@@ -9,11 +9,11 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
+#include "exec/run_driver.h"
 #include "jobdb/db_connection.h"
 #include "platform/find_data.h"
 #include "platform/text.h"
 #include "platform/unicode_text.h"
-#include "exec/run_driver.h"
 #include "support/child_process.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"

@@ -11,9 +11,9 @@
 #include <filesystem>
 #include <thread>
 
+#include "exec/run_driver.h"
 #include "platform/text.h"
 #include "platform/unicode_text.h"
-#include "exec/run_driver.h"
 #include "support/child_process.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"

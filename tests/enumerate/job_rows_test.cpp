@@ -7,10 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include "exec/run_driver.h"
 #include "jobdb/db_connection.h"
 #include "jobdb/job_database.h"
 #include "platform/find_data.h"
-#include "exec/run_driver.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"
 

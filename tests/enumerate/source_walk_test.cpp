@@ -17,8 +17,8 @@
 #include "platform/text.h"
 #include "platform/unicode_text.h"
 #include "run/job_connection.h"
-#include "support/child_process.h"
 #include "run/run_context.h"
+#include "support/child_process.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"
 

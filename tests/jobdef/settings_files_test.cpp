@@ -6,9 +6,9 @@
 
 #include <filesystem>
 
+#include "exec/startup.h"
 #include "platform/errors.h"
 #include "run/run_context.h"
-#include "exec/startup.h"
 #include "support/child_process.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"

@@ -5,11 +5,11 @@
 
 #include <cmath>
 
-#include "platform/file_times.h"
 #include "copy/native_transfer.h"
 #include "copy/robocopy_engine.h"
 #include "copy/target_paths.h"
 #include "platform/errors.h"
+#include "platform/file_times.h"
 #include "platform/path_layer.h"
 #include "platform/paths.h"
 #include "platform/text.h"

@@ -5,13 +5,13 @@
 #include <cerrno>
 #include <vector>
 
-#include "platform/file_times.h"
 #include "platform/errors.h"
+#include "platform/file_times.h"
+#include "platform/logs.h"
 #include "platform/path_layer.h"
 #include "platform/paths.h"
 #include "platform/text.h"
 #include "run/run_context.h"
-#include "platform/logs.h"
 
 namespace qr {
 

@@ -3,11 +3,11 @@
 #include <limits>
 
 #include "copy/file_pipeline.h"
-#include "platform/file_times.h"
 #include "copy/target_paths.h"
 #include "jobdb/db_connection.h"
 #include "jobdb/job_database.h"
 #include "platform/errors.h"
+#include "platform/file_times.h"
 #include "platform/path_layer.h"
 #include "platform/paths.h"
 #include "platform/text.h"

@@ -5,14 +5,15 @@
 
 #include <vector>
 
-#include "enumerate/job_rows.h"
-#include "platform/file_times.h"
 #include "copy/target_paths.h"
 #include "enumerate/filters.h"
 #include "enumerate/hash_list.h"
+#include "enumerate/job_rows.h"
 #include "jobdb/job_database.h"
 #include "platform/errors.h"
+#include "platform/file_times.h"
 #include "platform/find_data.h"
+#include "platform/logs.h"
 #include "platform/path_layer.h"
 #include "platform/paths.h"
 #include "platform/plain_text.h"
@@ -21,7 +22,6 @@
 #include "run/job_connection.h"
 #include "run/run_context.h"
 #include "verify/hash_file.h"
-#include "platform/logs.h"
 
 namespace qr {
 

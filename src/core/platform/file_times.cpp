@@ -3,11 +3,11 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/errors.h"
 #include "platform/find_data.h"
 #include "platform/path_layer.h"
 #include "platform/paths.h"
 #include "platform/text.h"
-#include "platform/errors.h"
 #include "platform/times_io.h"
 
 namespace qr {

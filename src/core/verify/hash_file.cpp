@@ -13,13 +13,13 @@
 #include <memory>
 #include <vector>
 
-#include "platform/file_times.h"
 #include "jobdb/job_database.h"
 #include "platform/errors.h"
+#include "platform/file_times.h"
+#include "platform/logs.h"
 #include "platform/path_layer.h"
 #include "platform/text.h"
 #include "run/run_context.h"
-#include "platform/logs.h"
 
 namespace qr {
 

@@ -7,10 +7,11 @@
 #include <cstdint>
 #include <exception>
 
-#include "platform/file_times.h"
 #include "jobdb/job_database.h"
 #include "platform/dates.h"
 #include "platform/errors.h"
+#include "platform/file_times.h"
+#include "platform/logs.h"
 #include "platform/path_layer.h"
 #include "platform/paths.h"
 #include "platform/plain_text.h"
@@ -20,7 +21,6 @@
 #include "run/job_settings.h"
 #include "run/run_context.h"
 #include "verify/hash_file.h"
-#include "platform/logs.h"
 
 namespace qr {
 
