@@ -58,7 +58,7 @@ void LoadMainWindow(RunContext& ctx, const StartupInputs& inputs, StartupResult&
 
     ctx.titleText = kTitleText;
     ctx.versionText = RAVELIN_VERSION_TEXT;
-    ctx.app.helpPath = ctx.app.programFolder + "RavelinHelp.pdf";
+    ctx.app.helpPath = ctx.app.programFolder + "RavelinHelp.html";
     ctx.main.caption = ctx.titleText;
 
     if (inputs.singleInstance) {
