@@ -15,6 +15,7 @@
 #include <QListWidget>
 #include <QMenu>
 #include <QMimeData>
+#include <QPixmap>
 #include <QPushButton>
 #include <QTest>
 #include <QToolBar>
@@ -24,6 +25,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <sstream>
 #include <thread>
 #include <utility>
 
@@ -35,6 +37,7 @@
 #include "qt_dialogs.h"
 #include "qt_event_pump.h"
 #include "run/startup.h"
+#include "screenshots.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"
 #include "window_registry.h"
@@ -423,6 +426,21 @@ TEST_F(MainWindowTest, ThePumpBringsEveryRegisteredWindowUpToDate) {
   EXPECT_FALSE(Child<QPushButton>("cmdRun")->isEnabled());
   EXPECT_EQ(Child<QListWidget>("lstSources")->count(), 1);
   EXPECT_EQ(window->windowTitle(), "Quillon Ravelin 2.2 Rover Edition - Copying");
+}
+
+TEST(Screenshots, OnePictureAWindowAndAPageWithTheProgressTakenDuringTheRun) {
+  test::TempDir t;
+  std::ostringstream out, err;
+  ASSERT_EQ(TakeScreenshots(t / "shots", out, err), 0) << err.str();
+  test::FakeDialogs d;
+  QtEventPump p;
+  RunContext c{d, p};
+  const int pages = OptionsDialog(c, nullptr).PageCount();
+  std::vector<std::string> expected = {"main.png", "progress.png"};
+  for (int i = 0; i < pages; ++i) expected.push_back("options_" + std::to_string(i) + ".png");
+  for (const std::string& name : expected) {
+    EXPECT_FALSE(QPixmap(QString::fromStdString(t / ("shots/" + name))).isNull()) << name;
+  }
 }
 
 TEST(QtDialogsText, LineEndsBecomeLineFeedsForDisplay) {
