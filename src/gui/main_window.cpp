@@ -48,7 +48,8 @@ MainWindow::MainWindow(RunContext& ctx, WindowRegistry& windows, QWidget* parent
       ctx_, [this](const std::string& path) { Do([&] { FormDropped(ctx_, form_, {path}); }); },
       this);
   windows.Add(this, [this] { Refresh(); });
-  windows.Add(progress_.get(), [p = progress_.get()] { p->Refresh(); }, true);
+  windows.Add(
+      progress_.get(), [p = progress_.get()] { p->Refresh(); }, true);
   windows.Add(options_, [o = options_] { o->Refresh(); });
 
   // The form and the controls that take dropped files and folders as sources. A list drops
@@ -83,7 +84,8 @@ MainWindow::MainWindow(RunContext& ctx, WindowRegistry& windows, QWidget* parent
   connect(ui_->mnuAboutRavelin, &QAction::triggered, this,
           [this] { Do([&] { mnuAboutRavelin_Click(ctx_, qVersion()); }); });
 
-  connect(ui_->cmdAdd, &QPushButton::clicked, this, [this] { Do([&] { cmdAdd_Click(ctx_, form_); }); });
+  connect(ui_->cmdAdd, &QPushButton::clicked, this,
+          [this] { Do([&] { cmdAdd_Click(ctx_, form_); }); });
   connect(ui_->cmdRemove, &QPushButton::clicked, this,
           [this] { Do([&] { cmdRemove_Click(ctx_, form_); }); });
   connect(ui_->cmdBrowseTarget, &QPushButton::clicked, this,
@@ -91,7 +93,7 @@ MainWindow::MainWindow(RunContext& ctx, WindowRegistry& windows, QWidget* parent
   connect(ui_->cmdBrowseLogPath, &QPushButton::clicked, this,
           [this] { Do([&] { cmdBrowseLogPath_Click(ctx_, form_); }); });
   connect(ui_->cmdRun, &QPushButton::clicked, this, &MainWindow::RunClicked);
-  connect(ui_->cmdCancel, &QPushButton::clicked, this, [this] { cmdCancel_Click(ctx_); });
+  connect(ui_->cmdCancel, &QPushButton::clicked, this, [this] { cmdCancel_Click(ctx_, form_); });
   connect(ui_->txtTargetPath, &QLineEdit::textChanged, this, [this](const QString& text) {
     if (!refreshing_) Do([&] { txtTargetPath_Change(ctx_, S(text)); });
   });
@@ -148,15 +150,15 @@ void MainWindow::Refresh() {
 
   // The six controls of a run, and every other way to the same actions.
   const bool enabled = ctx_.main.runControlsEnabled;
-  for (QWidget* w : std::initializer_list<QWidget*>{ui_->lstSources, ui_->txtTargetPath,
-                                                    ui_->cmdAdd, ui_->cmdRemove,
-                                                    ui_->cmdBrowseTarget, ui_->cmdRun}) {
+  for (QWidget* w :
+       std::initializer_list<QWidget*>{ui_->lstSources, ui_->txtTargetPath, ui_->cmdAdd,
+                                       ui_->cmdRemove, ui_->cmdBrowseTarget, ui_->cmdRun}) {
     if (w->isEnabled() != enabled) w->setEnabled(enabled);
   }
-  for (QAction* a : {ui_->mnuAddManual, ui_->mnuAddSource, ui_->tbAddSource,
-                     ui_->mnuAddSourceFiles, ui_->tbAddFiles, ui_->mnuAddFromList, ui_->tbAddList,
-                     ui_->mnuChooseTargetFolder, ui_->tbPickTarget, ui_->mnuResume,
-                     ui_->tbResume}) {
+  for (QAction* a :
+       {ui_->mnuAddManual, ui_->mnuAddSource, ui_->tbAddSource, ui_->mnuAddSourceFiles,
+        ui_->tbAddFiles, ui_->mnuAddFromList, ui_->tbAddList, ui_->mnuChooseTargetFolder,
+        ui_->tbPickTarget, ui_->mnuResume, ui_->tbResume}) {
     if (a->isEnabled() != enabled) a->setEnabled(enabled);
   }
 

@@ -35,7 +35,6 @@ TEST(TargetFollowsLogRule, TheLogFollowsWhileTheTwoDifferByOneTrailingCharacter)
   }
 }
 
-
 class MainFormTest : public ::testing::Test {
  protected:
   test::FakeDialogs dialogs;
@@ -89,8 +88,9 @@ TEST_F(MainFormTest, EachWayOfAddingReachesTheSourceListWithItsOwnRules) {
   FormDropped(ctx, f, {"  ", inside});
   EXPECT_EQ(ctx.settings.Sources,
             (std::vector<std::string>{a, one, two, "[File List] " + (t / "missing list.txt")}));
-  EXPECT_EQ(dialogs.pickerTitles, (std::vector<std::string>{"Add Source Files", "Select a file list",
-                                                            "Select a file list"}));
+  EXPECT_EQ(
+      dialogs.pickerTitles,
+      (std::vector<std::string>{"Add Source Files", "Select a file list", "Select a file list"}));
   EXPECT_EQ(dialogs.shown.size(), 4u);  // the refused file, the refused folder
 }
 
@@ -131,8 +131,8 @@ TEST_F(MainFormTest, HelpSaysWhatIsMissingAndAboutNamesTheVersions) {
 
   ctx.versionText = "2.2.0";
   const std::string about = AboutText(ctx, "6.4.2");
-  for (const char* part : {"Quillon Ravelin 2.2 Rover Edition", "Version 2.2.0", "Qt 6.4.2",
-                           "SQLite 3.", "Licen"}) {
+  for (const char* part :
+       {"Quillon Ravelin 2.2 Rover Edition", "Version 2.2.0", "Qt 6.4.2", "SQLite 3.", "Licen"}) {
     EXPECT_NE(about.find(part), std::string::npos) << part;
   }
 }

@@ -86,7 +86,8 @@ void mnuAddManual_Click(RunContext& ctx, MainForm& f) {
 
 void mnuAddSourceFiles_Click(RunContext& ctx, MainForm& f) {
   if (!SourcesEditable(f)) return;
-  for (const std::string& file : ctx.dialogs.OpenFiles("Add Source Files", "All Files (*.*)|*.*", "")) {
+  for (const std::string& file :
+       ctx.dialogs.OpenFiles("Add Source Files", "All Files (*.*)|*.*", "")) {
     Add(ctx, file);
   }
 }
@@ -103,9 +104,10 @@ void cmdRemove_Click(RunContext& ctx, MainForm& f) {
   std::vector<int> rows = f.lstSourcesSelected;
   std::sort(rows.begin(), rows.end());
   rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
-  rows.erase(std::remove_if(rows.begin(), rows.end(),
-                            [&](int r) { return r < 0 || static_cast<size_t>(r) >= sources.size(); }),
-             rows.end());
+  rows.erase(
+      std::remove_if(rows.begin(), rows.end(),
+                     [&](int r) { return r < 0 || static_cast<size_t>(r) >= sources.size(); }),
+      rows.end());
   f.lstSourcesSelected.clear();
   if (rows.empty()) return;
   for (auto it = rows.rbegin(); it != rows.rend(); ++it) sources.erase(sources.begin() + *it);
@@ -139,7 +141,7 @@ bool mnuResume_Click(RunContext& ctx, MainForm& f) {
   return RunGuarded(f, [&] { return ResumeClick(ctx); });
 }
 
-void cmdCancel_Click(RunContext& ctx) { ctx.counters.CancelRequested = true; }
+void cmdCancel_Click(RunContext& ctx, MainForm&) { ctx.counters.CancelRequested = true; }
 
 void mnuSaveDefault_Click(RunContext& ctx) { SaveDefaults(ctx); }
 
@@ -159,7 +161,8 @@ void mnuRavelinHelp_Click(RunContext& ctx, const std::string& opener) {
   if (!started.started) {
     ctx.Message("The help document could not be opened: the program " + opener +
                     ", which opens documents on this desktop, could not be started.\r\n\r\n"
-                    "The document is at " + help,
+                    "The document is at " +
+                    help,
                 Icon::Exclamation);
     return;
   }

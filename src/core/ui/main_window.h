@@ -59,7 +59,7 @@ void cmdBrowseLogPath_Click(RunContext& ctx, MainForm& f);
 // True when the run ended the program (-silent, -q).
 bool cmdRun_Click(RunContext& ctx, MainForm& f);
 bool mnuResume_Click(RunContext& ctx, MainForm& f);
-void cmdCancel_Click(RunContext& ctx);
+void cmdCancel_Click(RunContext& ctx, MainForm& f);
 
 // mnuSaveDefault: "Save Current Options as Default".
 void mnuSaveDefault_Click(RunContext& ctx);
