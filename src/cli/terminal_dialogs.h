@@ -5,6 +5,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "platform/dialogs.h"
 #include "progress_line.h"
@@ -33,6 +34,9 @@ class TerminalDialogs : public Dialogs {
   std::string SaveFile(const std::string& title, const std::string& filter,
                        const std::string& startFolder) override;
   std::string PickFolder(const std::string& title, const std::string& startFolder) override;
+  // One path a line; an empty line ends the list.
+  std::vector<std::string> OpenFiles(const std::string& title, const std::string& filter,
+                                     const std::string& startFolder) override;
 
  private:
   void PrintHeader(const std::string& title, Icon icon);

@@ -1,16 +1,36 @@
 #include <QApplication>
+#include <cstring>
+#include <iostream>
 #include <string>
 #include <vector>
 
+#include "exec/startup.h"
 #include "main_window.h"
 #include "platform/device_env.h"
 #include "qt_dialogs.h"
 #include "qt_event_pump.h"
-#include "exec/startup.h"
 #include "run/run_context.h"
+#include "screenshots.h"
+#include "window_registry.h"
 
 int main(int argc, char** argv) {
+  // --screenshots DIR renders every window without a display: offscreen, unless told otherwise.
+  const char* screenshots = nullptr;
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--screenshots") == 0) {
+      if (i + 1 >= argc) {
+        std::cerr << "usage: quillon-ravelin --screenshots DIR\n";
+        return 64;
+      }
+      screenshots = argv[i + 1];
+    }
+  }
+  if (screenshots != nullptr && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+  }
+
   QApplication app(argc, argv);  // takes Qt's own switches out of argv
+  if (screenshots != nullptr) return qr::gui::TakeScreenshots(screenshots, std::cout, std::cerr);
 
   qr::gui::QtEventPump pump;
   qr::gui::QtDialogs dialogs;
@@ -23,10 +43,12 @@ int main(int argc, char** argv) {
   qr::StartupResult started = qr::Startup(ctx, inputs);
   if (started.endProgram) return 1;
 
-  qr::gui::MainWindow window(ctx);
+  qr::gui::WindowRegistry windows;
+  qr::gui::MainWindow window(ctx, windows);
   dialogs.setParent(&window);
-  dialogs.setBeforeShow([&window] { window.Refresh(); });
-  pump.setRefresh([&window] { window.Refresh(); });
+  // A box, and each pump of a run, first brings every open window up to date.
+  dialogs.setBeforeShow([&windows] { windows.RefreshAll(); });
+  pump.setRefresh([&windows] { windows.RefreshAll(); });
   QObject::connect(&window, &qr::gui::MainWindow::programEndRequested, &app,
                    [] { QCoreApplication::exit(0); });
   window.show();

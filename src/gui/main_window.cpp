@@ -1,19 +1,21 @@
 #include "main_window.h"
 
 #include <QCloseEvent>
-#include <QGridLayout>
-#include <QGroupBox>
-#include <QHBoxLayout>
-#include <QLabel>
-#include <QLineEdit>
-#include <QListWidget>
-#include <QPushButton>
-#include <QVBoxLayout>
-#include <algorithm>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QIcon>
+#include <QMimeData>
+#include <QSignalBlocker>
+#include <QStyle>
+#include <QUrl>
+#include <initializer_list>
+#include <string>
+#include <vector>
 
-#include "exec/run_driver.h"
-#include "jobdef/source_list.h"
-#include "ui/main_window.h"
+#include "options_dialog.h"
+#include "progress_window.h"
+#include "ui_main_window.h"
+#include "window_registry.h"
 
 namespace qr::gui {
 
@@ -24,168 +26,241 @@ QString Q(const std::string& s) {
 }
 std::string S(const QString& s) { return s.toUtf8().toStdString(); }
 
-QPushButton* Button(const char* name, const char* caption, QWidget* parent) {
-  auto* b = new QPushButton(caption, parent);
-  b->setObjectName(name);
-  return b;
+// The local files and folders that a drag carries, in drop order.
+std::vector<std::string> DroppedPaths(const QMimeData* data) {
+  std::vector<std::string> paths;
+  if (data == nullptr || !data->hasUrls()) return paths;
+  for (const QUrl& url : data->urls()) {
+    if (url.isLocalFile()) paths.push_back(S(url.toLocalFile()));
+  }
+  return paths;
 }
 
 }  // namespace
 
-MainWindow::MainWindow(RunContext& ctx, QWidget* parent) : QMainWindow(parent), ctx_(ctx) {
-  auto* central = new QWidget(this);
-  auto* layout = new QVBoxLayout(central);
+MainWindow::MainWindow(RunContext& ctx, WindowRegistry& windows, QWidget* parent)
+    : QMainWindow(parent), ctx_(ctx), ui_(std::make_unique<Ui::frmMain>()) {
+  ui_->setupUi(this);
+  SetIcons();
 
-  auto* frameSource = new QGroupBox("Data Sources ", central);
-  frameSource->setObjectName("frameSource");
-  auto* sourceRow = new QHBoxLayout(frameSource);
-  lstSources_ = new QListWidget(frameSource);
-  lstSources_->setObjectName("lstSources");
-  lstSources_->setSelectionMode(QAbstractItemView::ExtendedSelection);
-  sourceRow->addWidget(lstSources_, 1);
-  auto* sourceButtons = new QVBoxLayout;
-  cmdAdd_ = Button("cmdAdd", "Add", frameSource);
-  cmdRemove_ = Button("cmdRemove", "Remove", frameSource);
-  sourceButtons->addWidget(cmdAdd_);
-  sourceButtons->addWidget(cmdRemove_);
-  sourceButtons->addStretch(1);
-  sourceRow->addLayout(sourceButtons);
-  layout->addWidget(frameSource, 1);
+  progress_ = std::make_unique<ProgressWindow>(ctx_);
+  options_ = new OptionsDialog(
+      ctx_, [this](const std::string& path) { Do([&] { FormDropped(ctx_, form_, {path}); }); },
+      this);
+  windows.Add(this, [this] { Refresh(); });
+  windows.Add(
+      progress_.get(), [p = progress_.get()] { p->Refresh(); }, true);
+  windows.Add(options_, [o = options_] { o->Refresh(); });
 
-  auto* paths = new QGridLayout;
-  auto* lblTargetPath = new QLabel("Job Target Path:", central);
-  lblTargetPath->setObjectName("lblTargetPath");
-  txtTargetPath_ = new QLineEdit(central);
-  txtTargetPath_->setObjectName("txtTargetPath");
-  cmdBrowseTarget_ = Button("cmdBrowseTarget", "Browse ...", central);
-  auto* lblLogPath = new QLabel("Log File Path:", central);
-  lblLogPath->setObjectName("lblLogPath");
-  txtLogPath_ = new QLineEdit(central);
-  txtLogPath_->setObjectName("txtLogPath");
-  cmdBrowseLogPath_ = Button("cmdBrowseLogPath", "Browse ...", central);
-  paths->addWidget(lblTargetPath, 0, 0);
-  paths->addWidget(txtTargetPath_, 0, 1);
-  paths->addWidget(cmdBrowseTarget_, 0, 2);
-  paths->addWidget(lblLogPath, 1, 0);
-  paths->addWidget(txtLogPath_, 1, 1);
-  paths->addWidget(cmdBrowseLogPath_, 1, 2);
-  layout->addLayout(paths);
+  // The form and the controls that take dropped files and folders as sources. A list drops
+  // onto its viewport; a text box would otherwise take a dropped path as text.
+  for (QWidget* w : std::initializer_list<QWidget*>{
+           ui_->frameSource, ui_->lstSources, ui_->lstSources->viewport(), ui_->cmdAdd,
+           ui_->cmdRemove, ui_->lblTargetPath, ui_->txtTargetPath, ui_->cmdBrowseTarget,
+           ui_->lblLogPath, ui_->txtLogPath, ui_->cmdBrowseLogPath, ui_->cmdCancel, ui_->cmdRun}) {
+    w->setAcceptDrops(true);
+    w->installEventFilter(this);
+  }
 
-  auto* runRow = new QHBoxLayout;
-  runRow->addStretch(1);
-  cmdCancel_ = Button("cmdCancel", "Cancel", central);
-  cmdRun_ = Button("cmdRun", "Run", central);
-  runRow->addWidget(cmdCancel_);
-  runRow->addWidget(cmdRun_);
-  layout->addLayout(runRow);
+  Connect(ui_->mnuAddManual, mnuAddManual_Click);
+  for (QAction* a : {ui_->mnuAddSource, ui_->tbAddSource}) Connect(a, cmdAdd_Click);
+  for (QAction* a : {ui_->mnuAddSourceFiles, ui_->tbAddFiles}) Connect(a, mnuAddSourceFiles_Click);
+  for (QAction* a : {ui_->mnuAddFromList, ui_->tbAddList}) Connect(a, mnuAddFromList_Click);
+  for (QAction* a : {ui_->mnuChooseTargetFolder, ui_->tbPickTarget}) {
+    Connect(a, cmdBrowseTarget_Click);
+  }
+  for (QAction* a : {ui_->mnuResume, ui_->tbResume}) {
+    connect(a, &QAction::triggered, this, &MainWindow::ResumeClicked);
+  }
+  for (QAction* a : {ui_->mnuCopyOptions, ui_->tbCopyOptions}) {
+    connect(a, &QAction::triggered, this, &MainWindow::ShowOptions);
+  }
+  connect(ui_->mnuSaveDefault, &QAction::triggered, this,
+          [this] { Do([&] { mnuSaveDefault_Click(ctx_); }); });
+  connect(ui_->mnuExit, &QAction::triggered, this, &QWidget::close);
+  for (QAction* a : {ui_->mnuRavelinHelp, ui_->tbHelp}) {
+    connect(a, &QAction::triggered, this, [this] { Do([&] { mnuRavelinHelp_Click(ctx_); }); });
+  }
+  connect(ui_->mnuAboutRavelin, &QAction::triggered, this,
+          [this] { Do([&] { mnuAboutRavelin_Click(ctx_, qVersion()); }); });
 
-  setCentralWidget(central);
-  resize(800, 400);
-
-  connect(cmdAdd_, &QPushButton::clicked, this, &MainWindow::AddClicked);
-  connect(cmdRemove_, &QPushButton::clicked, this, &MainWindow::RemoveClicked);
-  connect(cmdBrowseTarget_, &QPushButton::clicked, this, &MainWindow::BrowseTargetClicked);
-  connect(cmdBrowseLogPath_, &QPushButton::clicked, this, &MainWindow::BrowseLogPathClicked);
-  connect(cmdRun_, &QPushButton::clicked, this, &MainWindow::RunClicked);
-  connect(cmdCancel_, &QPushButton::clicked, this, &MainWindow::CancelClicked);
-  // textChanged, not textEdited: a path set by Browse carries the log along like typing does.
-  connect(txtTargetPath_, &QLineEdit::textChanged, this, &MainWindow::TargetChanged);
-  connect(txtLogPath_, &QLineEdit::textChanged, this, &MainWindow::LogChanged);
+  connect(ui_->cmdAdd, &QPushButton::clicked, this,
+          [this] { Do([&] { cmdAdd_Click(ctx_, form_); }); });
+  connect(ui_->cmdRemove, &QPushButton::clicked, this,
+          [this] { Do([&] { cmdRemove_Click(ctx_, form_); }); });
+  connect(ui_->cmdBrowseTarget, &QPushButton::clicked, this,
+          [this] { Do([&] { cmdBrowseTarget_Click(ctx_, form_); }); });
+  connect(ui_->cmdBrowseLogPath, &QPushButton::clicked, this,
+          [this] { Do([&] { cmdBrowseLogPath_Click(ctx_, form_); }); });
+  connect(ui_->cmdRun, &QPushButton::clicked, this, &MainWindow::RunClicked);
+  connect(ui_->cmdCancel, &QPushButton::clicked, this, [this] { cmdCancel_Click(ctx_, form_); });
+  connect(ui_->txtTargetPath, &QLineEdit::textChanged, this, [this](const QString& text) {
+    if (!refreshing_) Do([&] { txtTargetPath_Change(ctx_, S(text)); });
+  });
+  connect(ui_->txtLogPath, &QLineEdit::textChanged, this, [this](const QString& text) {
+    if (!refreshing_) Do([&] { txtLogPath_Change(ctx_, S(text)); });
+  });
+  connect(ui_->lstSources, &QListWidget::itemSelectionChanged, this, [this] {
+    if (refreshing_) return;
+    form_.lstSourcesSelected.clear();
+    for (int i = 0; i < ui_->lstSources->count(); ++i) {
+      if (ui_->lstSources->item(i)->isSelected()) form_.lstSourcesSelected.push_back(i);
+    }
+  });
 
   Refresh();
+}
+
+MainWindow::~MainWindow() = default;
+
+template <typename Action>
+void MainWindow::Do(Action action) {
+  action();
+  Refresh();
+}
+
+void MainWindow::Connect(QAction* action, void (*click)(RunContext&, MainForm&)) {
+  connect(action, &QAction::triggered, this, [this, click] { Do([&] { click(ctx_, form_); }); });
+}
+
+void MainWindow::SetIcons() {
+  // The desktop's theme where it has one; else images that Qt carries at the toolbar's size,
+  // so they show on a bare system too.
+  struct Icon {
+    QAction* action;
+    const char* theme;
+    QStyle::StandardPixmap fallback;
+  };
+  for (const Icon& i : std::initializer_list<Icon>{
+           {ui_->tbAddSource, "folder-open", QStyle::SP_DirIcon},
+           {ui_->tbAddFiles, "document-open", QStyle::SP_FileIcon},
+           {ui_->tbAddList, "view-list-text", QStyle::SP_FileDialogDetailedView},
+           {ui_->tbPickTarget, "folder-download", QStyle::SP_DialogSaveButton},
+           {ui_->tbCopyOptions, "preferences-system", QStyle::SP_FileDialogInfoView},
+           {ui_->tbResume, "media-playback-start", QStyle::SP_MediaPlay},
+           {ui_->tbHelp, "help-contents", QStyle::SP_DialogHelpButton}}) {
+    i.action->setIcon(QIcon::fromTheme(i.theme, style()->standardIcon(i.fallback)));
+  }
 }
 
 void MainWindow::Refresh() {
+  refreshing_ = true;
   const QString caption = Q(ctx_.view.mainCaption);
   if (windowTitle() != caption) setWindowTitle(caption);
 
+  // The six controls of a run, and every other way to the same actions.
   const bool enabled = ctx_.view.runControlsEnabled;
-  for (QWidget* w : std::initializer_list<QWidget*>{lstSources_, txtTargetPath_, cmdAdd_,
-                                                    cmdRemove_, cmdBrowseTarget_, cmdRun_}) {
+  for (QWidget* w :
+       std::initializer_list<QWidget*>{ui_->lstSources, ui_->txtTargetPath, ui_->cmdAdd,
+                                       ui_->cmdRemove, ui_->cmdBrowseTarget, ui_->cmdRun}) {
     if (w->isEnabled() != enabled) w->setEnabled(enabled);
   }
+  for (QAction* a :
+       {ui_->mnuAddManual, ui_->mnuAddSource, ui_->tbAddSource, ui_->mnuAddSourceFiles,
+        ui_->tbAddFiles, ui_->mnuAddFromList, ui_->tbAddList, ui_->mnuChooseTargetFolder,
+        ui_->tbPickTarget, ui_->mnuResume, ui_->tbResume}) {
+    if (a->isEnabled() != enabled) a->setEnabled(enabled);
+  }
 
+  QListWidget* list = ui_->lstSources;
   const std::vector<std::string>& sources = ctx_.settings.Sources;
-  bool same = lstSources_->count() == static_cast<int>(sources.size());
-  for (int i = 0; same && i < lstSources_->count(); ++i) {
-    same = S(lstSources_->item(i)->text()) == sources[static_cast<size_t>(i)];
+  bool same = list->count() == static_cast<int>(sources.size());
+  for (int i = 0; same && i < list->count(); ++i) {
+    same = S(list->item(i)->text()) == sources[static_cast<size_t>(i)];
   }
   if (!same) {
-    lstSources_->clear();
-    for (const std::string& s : sources) lstSources_->addItem(Q(s));
-  }
-
-  // Copies first: setting the target can carry the log text along before the log is set.
-  const std::string target = ctx_.settings.TargetPath;
-  const std::string log = ctx_.settings.LogPath;
-  if (S(txtTargetPath_->text()) != target) txtTargetPath_->setText(Q(target));
-  if (S(txtLogPath_->text()) != log) txtLogPath_->setText(Q(log));
-}
-
-void MainWindow::AddClicked() {
-  std::string folder = ctx_.dialogs.PickFolder("Add a Source Directory", "");
-  if (folder.empty()) return;
-  AddSource(ctx_, folder);
-  Refresh();
-}
-
-void MainWindow::RemoveClicked() {
-  std::vector<int> rows;
-  for (QListWidgetItem* item : lstSources_->selectedItems()) rows.push_back(lstSources_->row(item));
-  std::sort(rows.rbegin(), rows.rend());
-  std::vector<std::string>& sources = ctx_.settings.Sources;
-  for (int row : rows) {
-    if (row >= 0 && static_cast<size_t>(row) < sources.size()) {
-      sources.erase(sources.begin() + row);
+    list->clear();
+    for (const std::string& s : sources) list->addItem(Q(s));
+    for (int row : form_.lstSourcesSelected) {
+      if (QListWidgetItem* item = list->item(row)) {
+        item->setSelected(true);
+        list->setCurrentItem(item, QItemSelectionModel::Current);
+      }
     }
   }
-  Refresh();
-}
 
-void MainWindow::BrowseTargetClicked() {
-  std::string folder =
-      ctx_.dialogs.PickFolder("Choose a Target Directory", ctx_.settings.TargetPath);
-  if (!folder.empty()) txtTargetPath_->setText(Q(folder));
-}
-
-void MainWindow::BrowseLogPathClicked() {
-  std::string folder =
-      ctx_.dialogs.PickFolder("Choose a Path for Log Files", ctx_.settings.LogPath);
-  if (!folder.empty()) txtLogPath_->setText(Q(folder));
-}
-
-void MainWindow::RunClicked() {
-  if (inRun_) return;
-  inRun_ = true;
-  ExecResult result = ExecCopy(ctx_);
-  inRun_ = false;
-  Refresh();
-  if (result.endProgram) {
-    endedByRun_ = true;
-    emit programEndRequested();
+  if (S(ui_->txtTargetPath->text()) != ctx_.settings.TargetPath) {
+    ui_->txtTargetPath->setText(Q(ctx_.settings.TargetPath));
   }
+  if (S(ui_->txtLogPath->text()) != ctx_.settings.LogPath) {
+    ui_->txtLogPath->setText(Q(ctx_.settings.LogPath));
+  }
+  refreshing_ = false;
 }
 
-void MainWindow::CancelClicked() { ctx_.counters.CancelRequested = true; }
+void MainWindow::RunClicked() { AfterRun(cmdRun_Click(ctx_, form_)); }
+
+void MainWindow::ResumeClicked() { AfterRun(mnuResume_Click(ctx_, form_)); }
+
+void MainWindow::AfterRun(bool endProgram) {
+  Refresh();
+  if (endProgram) emit programEndRequested();
+}
+
+void MainWindow::ShowOptions() {
+  options_->Refresh();
+  options_->show();
+  options_->raise();
+  options_->activateWindow();
+}
+
+void MainWindow::KeepPlace() {
+  // Only the normal place is kept: a maximised window is written as it was before.
+  if (windowState() & (Qt::WindowMaximized | Qt::WindowMinimized | Qt::WindowFullScreen)) return;
+  const QRect r = frameGeometry();
+  KeepGeometry(ctx_.program.geometry, r.x(), r.y(), r.width(), r.height());
+}
+
+void MainWindow::moveEvent(QMoveEvent* event) {
+  QMainWindow::moveEvent(event);
+  KeepPlace();
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event) {
+  QMainWindow::resizeEvent(event);
+  KeepPlace();
+}
 
 void MainWindow::closeEvent(QCloseEvent* event) {
-  // Closing during a run asks the run to stop; the window goes once the run has ended.
-  if (inRun_) {
-    ctx_.counters.CancelRequested = true;
+  if (!frmMain_QueryUnload(ctx_, form_)) {
     event->ignore();
     return;
   }
+  KeepPlace();
+  progress_->close();
+  options_->close();
   event->accept();
 }
 
-void MainWindow::TargetChanged(const QString& text) {
-  ctx_.settings.TargetPath = S(text);
-  if (std::optional<std::string> log =
-          TargetFollowsLog(ctx_.settings.TargetPath, S(txtLogPath_->text()))) {
-    txtLogPath_->setText(Q(*log));
-  }
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+  if (!DroppedPaths(event->mimeData()).empty()) event->acceptProposedAction();
 }
 
-void MainWindow::LogChanged(const QString& text) { ctx_.settings.LogPath = S(text); }
+void MainWindow::dragMoveEvent(QDragMoveEvent* event) {
+  if (!DroppedPaths(event->mimeData()).empty()) event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event) {
+  std::vector<std::string> paths = DroppedPaths(event->mimeData());
+  if (paths.empty()) return;
+  event->acceptProposedAction();
+  Do([&] { FormDropped(ctx_, form_, paths); });
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+  // Only drags of files and folders are taken; a text dragged into a box stays the box's.
+  const QEvent::Type type = event->type();
+  if (type == QEvent::DragEnter || type == QEvent::DragMove || type == QEvent::Drop) {
+    auto* drop = static_cast<QDropEvent*>(event);
+    if (DroppedPaths(drop->mimeData()).empty()) return QMainWindow::eventFilter(watched, event);
+    if (type == QEvent::Drop) {
+      dropEvent(drop);
+    } else {
+      drop->acceptProposedAction();
+    }
+    return true;
+  }
+  return QMainWindow::eventFilter(watched, event);
+}
 
 }  // namespace qr::gui

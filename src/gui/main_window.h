@@ -1,58 +1,74 @@
 #pragma once
-// The main window: sources, target and log paths, Run and Cancel. It draws the core's state and
-// forwards the person's actions; the run itself is ExecCopy's.
+// The main window: draws the sources, the two paths, the caption and the enabled controls from
+// the core's state, and forwards the person's clicks, menu entries, toolbar buttons and drops to
+// the actions of ui/main_window. It owns the progress window and the options dialog.
 #include <QMainWindow>
+#include <memory>
 
 #include "run/run_context.h"
+#include "ui/main_window.h"
 
 class QCloseEvent;
-class QLineEdit;
-class QListWidget;
-class QPushButton;
+class QAction;
+
+namespace Ui {
+class frmMain;
+}
 
 namespace qr::gui {
+
+class OptionsDialog;
+class ProgressWindow;
+class WindowRegistry;
 
 class MainWindow : public QMainWindow {
   Q_OBJECT
 
  public:
-  explicit MainWindow(RunContext& ctx, QWidget* parent = nullptr);
+  // Registers itself, the progress window and the options dialog with `windows`.
+  MainWindow(RunContext& ctx, WindowRegistry& windows, QWidget* parent = nullptr);
+  ~MainWindow() override;
 
-  // Brings caption, enabled controls, sources and paths up to date with the core's state.
+  // Brings caption, enabled controls, sources, selection and paths up to date with the core.
   void Refresh();
   // True once a run has ended the program (-silent, -q): the settings are not saved then.
-  bool endedByRun() const { return endedByRun_; }
+  bool endedByRun() const { return form_.endedByRun; }
+
+  ProgressWindow* progressWindow() const { return progress_.get(); }
+  OptionsDialog* optionsDialog() const { return options_; }
 
  signals:
   void programEndRequested();
 
  public slots:
-  void AddClicked();
-  void RemoveClicked();
-  void BrowseTargetClicked();
-  void BrowseLogPathClicked();
   void RunClicked();
-  void CancelClicked();
+  void ResumeClicked();
+  void ShowOptions();
 
  protected:
   void closeEvent(QCloseEvent* event) override;
+  void moveEvent(QMoveEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
+  void dragEnterEvent(QDragEnterEvent* event) override;
+  void dragMoveEvent(QDragMoveEvent* event) override;
+  void dropEvent(QDropEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
-  void TargetChanged(const QString& text);
-  void LogChanged(const QString& text);
+  // Runs an action of the core, then draws what it changed.
+  template <typename Action>
+  void Do(Action action);
+  void Connect(QAction* action, void (*click)(RunContext&, MainForm&));
+  void SetIcons();
+  void KeepPlace();
+  void AfterRun(bool endProgram);
 
   RunContext& ctx_;
-  QListWidget* lstSources_;
-  QPushButton* cmdAdd_;
-  QPushButton* cmdRemove_;
-  QLineEdit* txtTargetPath_;
-  QPushButton* cmdBrowseTarget_;
-  QLineEdit* txtLogPath_;
-  QPushButton* cmdBrowseLogPath_;
-  QPushButton* cmdCancel_;
-  QPushButton* cmdRun_;
-  bool inRun_ = false;
-  bool endedByRun_ = false;
+  MainForm form_;
+  std::unique_ptr<Ui::frmMain> ui_;
+  std::unique_ptr<ProgressWindow> progress_;
+  OptionsDialog* options_;
+  bool refreshing_ = false;
 };
 
 }  // namespace qr::gui

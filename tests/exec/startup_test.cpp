@@ -80,7 +80,7 @@ TEST_F(StartupTest, APlainStartGivesTheStartValues) {
   EXPECT_EQ(ctx.program.app.appPath, program) << "a writable program folder holds the settings";
   EXPECT_EQ(ctx.program.app.hashListFolder, program + "/_hashlist/");
   EXPECT_EQ(ctx.program.app.localIniPath, program + "/local.ini");
-  EXPECT_EQ(ctx.program.app.helpPath, program + "/RavelinHelp.pdf");
+  EXPECT_EQ(ctx.program.app.helpPath, program + "/RavelinHelp.html");
   EXPECT_FALSE(ctx.program.device.onDevice);
 }
 

@@ -1,23 +1,45 @@
-// The minimal main window, offscreen: what it shows of the core's state and what it forwards.
+// The main window offscreen, through its real widgets: what it shows of the core's state, what
+// its controls, menus, toolbar and drops reach, whole collections run from it, and its place
+// written at close.
 #include "main_window.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
 
+#include <QAction>
 #include <QApplication>
+#include <QGroupBox>
+#include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMenu>
+#include <QMimeData>
+#include <QPixmap>
+#include <QProcess>
 #include <QPushButton>
 #include <QTest>
+#include <QToolBar>
+#include <QUrl>
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <thread>
+#include <utility>
 
+#include "cli/runner_process.h"
+#include "exec/startup.h"
+#include "jobdb/db_connection.h"
+#include "jobdef/settings_files.h"
+#include "options_dialog.h"
+#include "progress_window.h"
 #include "qt_dialogs.h"
 #include "qt_event_pump.h"
-#include "exec/run_driver.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"
+#include "window_registry.h"
 
 namespace qr::gui {
 namespace {
@@ -44,20 +66,17 @@ class QtApplicationEnvironment : public ::testing::Environment {
 [[maybe_unused]] ::testing::Environment* const kQtEnvironment =
     ::testing::AddGlobalTestEnvironment(new QtApplicationEnvironment);
 
-// The scripted dialogs, with the hook that the window program's dialogs have: the window is
-// brought up to date before a box opens. Each box records what the window showed then.
+// The scripted dialogs, with the hook of the window program's dialogs: every window is brought
+// up to date before a box opens. Each box records what the main window showed then.
 class WindowDialogs : public test::FakeDialogs {
  public:
   struct Seen {
     std::string text;
-    bool runEnabled;
-    bool sourcesEnabled;
-    bool targetEnabled;
-    bool logEnabled;
-    bool cancelEnabled;
+    bool runEnabled, sourcesEnabled, targetEnabled, logEnabled, cancelEnabled, resumeEnabled;
     QString caption;
   };
   MainWindow* window = nullptr;
+  WindowRegistry* windows = nullptr;
   std::vector<Seen> seen;
   // Done once, from inside the next box: what a person might do while a box is up.
   std::function<void()> inside;
@@ -65,17 +84,14 @@ class WindowDialogs : public test::FakeDialogs {
   Answer MessageBox(const std::string& text, const std::string& title, Icon icon,
                     Buttons buttons) override {
     if (window != nullptr) {
-      window->Refresh();
+      windows->RefreshAll();
       seen.push_back({text, Child<QPushButton>("cmdRun")->isEnabled(),
                       Child<QListWidget>("lstSources")->isEnabled(),
                       Child<QLineEdit>("txtTargetPath")->isEnabled(),
                       Child<QLineEdit>("txtLogPath")->isEnabled(),
-                      Child<QPushButton>("cmdCancel")->isEnabled(), window->windowTitle()});
-      if (inside) {
-        auto once = std::move(inside);
-        inside = nullptr;
-        once();
-      }
+                      Child<QPushButton>("cmdCancel")->isEnabled(),
+                      Child<QAction>("tbResume")->isEnabled(), window->windowTitle()});
+      if (inside) std::exchange(inside, nullptr)();
     }
     return FakeDialogs::MessageBox(text, title, icon, buttons);
   }
@@ -90,16 +106,128 @@ class WindowDialogs : public test::FakeDialogs {
 
 class MainWindowTest : public ::testing::Test {
  protected:
+  MainWindowTest() {
+    pump.setRefresh([this] { windows.RefreshAll(); });
+    dialogs.windows = &windows;
+  }
+  template <typename W>
+  W* Child(const char* name) {
+    W* w = window->findChild<W*>(name);
+    EXPECT_NE(w, nullptr) << name;
+    return w;
+  }
+  void Open() {
+    window = std::make_unique<MainWindow>(ctx, windows);
+    dialogs.window = window.get();
+  }
+  // A sample tree of `n` files under t/src.
+  void MakeTree(int n, size_t size) {
+    for (int i = 0; i < n; ++i) {
+      t.WriteFile("src/d" + std::to_string(i % 5) + "/f" + std::to_string(i) + ".bin",
+                  std::string(size + i, static_cast<char>('a' + i % 26)));
+    }
+  }
+  // Every file of t/src has its copy under `target` and one line in the job's CSV.
+  void ExpectAllCollected(int n, const std::string& target, const std::string& logs) {
+    const std::vector<std::string> csv = test::Utf16FileLines(logs + "/_verification_log.csv");
+    for (int i = 0; i < n; ++i) {
+      const std::string rel = "d" + std::to_string(i % 5) + "/f" + std::to_string(i) + ".bin";
+      EXPECT_EQ(test::ReadBytes(target + "/src/" + rel), test::ReadBytes(t / ("src/" + rel)));
+      EXPECT_TRUE(std::any_of(csv.begin(), csv.end(), [&](const std::string& line) {
+        return line.find("/src/" + rel + ",") != std::string::npos;
+      })) << rel;
+    }
+  }
+
+  test::TempDir t;
   WindowDialogs dialogs;
   QtEventPump pump;
   RunContext ctx{dialogs, pump};
+  WindowRegistry windows;
+  std::unique_ptr<MainWindow> window;
 };
 
+QString Plain(QString caption) { return caption.remove('&'); }
+
+TEST_F(MainWindowTest, EveryControlMenuEntryAndToolbarButtonHasItsNameCaptionAndAction) {
+  Open();
+  const std::vector<std::pair<const char*, const char*>> controls = {
+      {"frameSource", "Data Sources "},
+      {"cmdAdd", "Add"},
+      {"cmdRemove", "Remove"},
+      {"lblTargetPath", "Job Target Path:"},
+      {"cmdBrowseTarget", "Browse ..."},
+      {"lblLogPath", "Log File Path:"},
+      {"cmdBrowseLogPath", "Browse ..."},
+      {"cmdCancel", "Cancel"},
+      {"cmdRun", "Run"}};
+  for (const auto& [name, caption] : controls) {
+    QWidget* w = Child<QWidget>(name);
+    QString text;
+    if (auto* b = qobject_cast<QPushButton*>(w)) text = b->text();
+    if (auto* l = qobject_cast<QLabel*>(w)) text = l->text();
+    if (auto* g = qobject_cast<QGroupBox*>(w)) text = g->title();
+    EXPECT_EQ(Plain(text), caption) << name;
+  }
+  EXPECT_EQ(Plain(Child<QMenu>("mnuFile")->title()), "File");
+  EXPECT_EQ(Plain(Child<QMenu>("mnuHelp")->title()), "Help");
+  EXPECT_FALSE(Child<QListWidget>("listExt")->isVisible());
+
+  // Menu entries and toolbar buttons: caption, then the picker each one opens.
+  struct Entry {
+    const char* name;
+    const char* caption;  // empty for a toolbar button
+    const char* picker;
+  };
+  const std::vector<Entry> entries = {
+      {"mnuAddSource", "Add a Source Directory", "Add a Source Directory"},
+      {"tbAddSource", "", "Add a Source Directory"},
+      {"mnuAddSourceFiles", "Add Source Files", "Add Source Files"},
+      {"tbAddFiles", "", "Add Source Files"},
+      {"mnuAddFromList", "Add Sources From List", "Select a file list"},
+      {"tbAddList", "", "Select a file list"},
+      {"mnuChooseTargetFolder", "Choose a Target Folder", "Choose a Target Directory"},
+      {"tbPickTarget", "", "Choose a Target Directory"},
+      {"mnuResume", "Resume", "Choose a Ravelin Job file to open"},
+      {"tbResume", "", "Choose a Ravelin Job file to open"},
+      {"mnuCopyOptions", "Copy Options", ""},
+      {"tbCopyOptions", "", ""},
+      {"mnuSaveDefault", "Save Current Options as Default", ""},
+      {"mnuExit", "Exit", ""},
+      {"mnuRavelinHelp", "Quillon Ravelin Help", ""},
+      {"tbHelp", "", ""},
+      {"mnuAddManual", "Add Path Manually", ""},
+      {"mnuAboutRavelin", "About Quillon Ravelin", ""}};
+  QToolBar* toolbar = window->findChild<QToolBar*>();
+  ASSERT_NE(toolbar, nullptr);
+  for (const Entry& e : entries) {
+    SCOPED_TRACE(e.name);
+    QAction* a = Child<QAction>(e.name);
+    if (*e.caption != '\0') {
+      EXPECT_EQ(Plain(a->text()), e.caption);
+    } else {
+      EXPECT_TRUE(toolbar->actions().contains(a));
+      EXPECT_FALSE(a->icon().pixmap(32, 32).isNull());
+    }
+    if (*e.picker == '\0') continue;
+    dialogs.pickerTitles.clear();
+    a->trigger();
+    EXPECT_EQ(dialogs.pickerTitles, std::vector<std::string>{e.picker});
+  }
+  Child<QAction>("tbCopyOptions")->trigger();
+  EXPECT_TRUE(window->optionsDialog()->isVisible());
+
+  dialogs.inputs = {std::nullopt};
+  Child<QAction>("mnuAddManual")->trigger();
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text, "Type the path you wish to add.");
+  EXPECT_EQ(dialogs.shown[0].title, "Add Path Manually");
+}
+
 TEST_F(MainWindowTest, TypingInTheTargetCarriesTheLogAlongUntilTheyDisagree) {
-  MainWindow w(ctx);
-  auto* target = w.findChild<QLineEdit*>("txtTargetPath");
-  auto* log = w.findChild<QLineEdit*>("txtLogPath");
-  ASSERT_TRUE(target && log);
+  Open();
+  auto* target = Child<QLineEdit>("txtTargetPath");
+  auto* log = Child<QLineEdit>("txtLogPath");
 
   QTest::keyClicks(target, "/cases/42");
   // The log was empty, so "/" started nothing; from "/c" on the boxes never agreed.
@@ -111,157 +239,216 @@ TEST_F(MainWindowTest, TypingInTheTargetCarriesTheLogAlongUntilTheyDisagree) {
   QTest::keyClick(target, Qt::Key_Backspace);
   QTest::keyClick(target, Qt::Key_Backspace);
   EXPECT_EQ(log->text(), "/cases/42");
-  EXPECT_EQ(ctx.settings.TargetPath, "/cases/42");
   EXPECT_EQ(ctx.settings.LogPath, "/cases/42");
+
+  // A folder chosen with Browse carries the log along as typing does.
+  dialogs.picks = {"/cases/42b"};
+  Child<QPushButton>("cmdBrowseTarget")->click();
+  EXPECT_EQ(log->text(), "/cases/42b");
 
   // A log path of its own stays put.
   log->setText("/logs");
   QTest::keyClicks(target, "x");
   EXPECT_EQ(log->text(), "/logs");
-  EXPECT_EQ(ctx.settings.TargetPath, "/cases/42x");
+  EXPECT_EQ(ctx.settings.TargetPath, "/cases/42bx");
   EXPECT_EQ(ctx.settings.LogPath, "/logs");
 }
 
-TEST_F(MainWindowTest, PickersFillSourcesTargetAndLogAndRemoveTakesTheSelection) {
-  MainWindow w(ctx);
-  test::TempDir t;
-  const std::string one = t.MakeDir("one"), two = t.MakeDir("two"), three = t.MakeDir("three");
-  dialogs.picks = {one, two, "", three, "/target", "/logs"};
-  QPushButton* add = w.findChild<QPushButton*>("cmdAdd");
-  ASSERT_NE(add, nullptr);
-  add->click();
-  add->click();
-  add->click();  // cancelled picker: nothing added
-  add->click();
-  EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{one, two, three}));
-  auto* list = w.findChild<QListWidget*>("lstSources");
-  ASSERT_EQ(list->count(), 3);
-  EXPECT_EQ(list->item(2)->text().toStdString(), three);
-
-  list->item(0)->setSelected(true);
-  list->item(2)->setSelected(true);
-  w.findChild<QPushButton*>("cmdRemove")->click();
-  EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{two}));
-  EXPECT_EQ(list->count(), 1);
-
-  w.findChild<QPushButton*>("cmdBrowseTarget")->click();
-  w.findChild<QPushButton*>("cmdBrowseLogPath")->click();
-  EXPECT_EQ(ctx.settings.TargetPath, "/target");
-  EXPECT_EQ(ctx.settings.LogPath, "/logs");
-  EXPECT_EQ(w.findChild<QLineEdit*>("txtLogPath")->text(), "/logs");
-}
-
-TEST_F(MainWindowTest, AddGoesThroughTheSourceListRules) {
-  MainWindow w(ctx);
-  test::TempDir t;
-  const std::string a = t.MakeDir("a"), inside = t.MakeDir("a/b");
-  dialogs.picks = {a, inside, t / "missing"};
-  QPushButton* add = w.findChild<QPushButton*>("cmdAdd");
-  add->click();
-  add->click();
-  add->click();
-  EXPECT_EQ(ctx.settings.Sources, std::vector<std::string>{a});
+TEST_F(MainWindowTest, FilesAndFoldersDroppedOnTheFormOrItsControlsGoToAddSource) {
+  Open();
+  window->show();
+  const std::string a = t.MakeDir("a"), inside = t.MakeDir("a/b"), f = t.WriteFile("f.txt", "x");
+  const std::string other = t.MakeDir("other");
+  auto drop = [](QWidget* on, const std::vector<std::string>& paths) {
+    QMimeData data;
+    QList<QUrl> urls;
+    for (const std::string& p : paths) urls << QUrl::fromLocalFile(QString::fromStdString(p));
+    data.setUrls(urls);
+    QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(on, &enter);
+    EXPECT_TRUE(enter.isAccepted());
+    QDropEvent event(QPointF(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(on, &event);
+  };
+  drop(Child<QListWidget>("lstSources")->viewport(), {a, inside});
+  drop(window.get(), {f});
+  drop(Child<QLineEdit>("txtTargetPath"), {other});
+  drop(Child<QPushButton>("cmdRun"), {t / "missing"});
+  EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{a, f, other}));
+  EXPECT_EQ(Child<QListWidget>("lstSources")->count(), 3);
+  EXPECT_EQ(Child<QLineEdit>("txtTargetPath")->text(), "");  // not taken as typed text
   ASSERT_EQ(dialogs.shown.size(), 2u);
   EXPECT_NE(dialogs.shown[0].text.find("This directory will not be added."), std::string::npos);
   EXPECT_NE(dialogs.shown[1].text.find("cannot be found on this machine."), std::string::npos);
 }
 
-TEST_F(MainWindowTest, CaptionIsTheTitleTextAndFollowsTheCore) {
-  MainWindow w(ctx);
-  EXPECT_EQ(w.windowTitle(), "Quillon Ravelin 2.2 Rover Edition");
-  ctx.view.mainCaption = ctx.program.titleText + " - Copying";
-  w.Refresh();
-  EXPECT_EQ(w.windowTitle(), "Quillon Ravelin 2.2 Rover Edition - Copying");
+TEST_F(MainWindowTest, AWholeCollectionRunFromTheWindow) {
+  constexpr int kFiles = 30;
+  MakeTree(kFiles, 200000);
+  Open();
+  window->show();
+  dialogs.picks = {t / "src"};
+  Child<QPushButton>("cmdAdd")->click();
+  QTest::keyClicks(Child<QLineEdit>("txtTargetPath"), QString::fromStdString(t / "out"));
+  Child<QLineEdit>("txtLogPath")->setText(QString::fromStdString(t / "logs"));
+
+  // What the windows show at the pump points of the copying.
+  int pumpsInRun = 0;
+  bool controlsDisabled = true;
+  ProgressWindow* progress = window->progressWindow();
+  pump.setRefresh([&] {
+    windows.RefreshAll();
+    if (!ctx.progress.visible) return;
+    ++pumpsInRun;
+    controlsDisabled = controlsDisabled && !Child<QPushButton>("cmdRun")->isEnabled() &&
+                       !Child<QAction>("mnuAddSource")->isEnabled() &&
+                       window->windowTitle() == "Quillon Ravelin 2.2 Rover Edition - Copying";
+  });
+  Child<QPushButton>("cmdRun")->click();
+
+  const auto texts = dialogs.Texts();
+  ASSERT_EQ(texts.size(), 2u) << testing::PrintToString(texts);
+  EXPECT_EQ(texts[0], "Please close all applications before continuing.");
+  EXPECT_NE(texts[1].find("\r\nFiles copied: 30 of 30\r\n"), std::string::npos) << texts[1];
+  EXPECT_GT(pumpsInRun, 0);
+  EXPECT_TRUE(controlsDisabled);
+  EXPECT_FALSE(progress->isVisible());
+  EXPECT_TRUE(Child<QPushButton>("cmdRun")->isEnabled());
+  EXPECT_EQ(window->windowTitle(), "Quillon Ravelin 2.2 Rover Edition");
+  ExpectAllCollected(kFiles, t / "out", t / "logs");
 }
 
-TEST_F(MainWindowTest, RunControlsAreDisabledWhileARunIsActiveAndCancelStaysUsable) {
-  test::TempDir t;
+TEST_F(MainWindowTest, AJobKilledMidCopyIsFinishedFromTheResumeMenu) {
+  constexpr int kFiles = 300;
+  MakeTree(kFiles, 40000);
+  pid_t runner =
+      test::StartRunner({"--yes", "--target", "out", "--log", "logs", "src"}, t.path(), -1, -1);
+  auto completed = [&] {
+    DbConnection c;
+    if (!c.Open(t / "logs/_job.sdb")) return 0;
+    try {
+      return c.Query("Select file_key from tFiles where completed = '1'").RowCount();
+    } catch (const std::exception&) {
+      return 0;
+    }
+  };
+  for (int i = 0; i < 3000 && completed() < kFiles / 4; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  kill(runner, SIGKILL);
+  waitpid(runner, nullptr, 0);
+  ASSERT_LT(completed(), kFiles) << "the run ended before it could be killed";
+
+  Open();
+  dialogs.picks = {t / "logs/_jobfile.rvj"};
+  dialogs.answers = {Answer::Yes};  // continue from where it left off
+  Child<QAction>("mnuResume")->trigger();
+  ASSERT_FALSE(dialogs.shown.empty());
+  EXPECT_EQ(dialogs.shown[0].text, "Do you wish to continue this job from where you left off?");
+  EXPECT_NE(dialogs.shown.back().text.find("\r\nFiles copied: 300 of 300\r\n"), std::string::npos)
+      << dialogs.shown.back().text;
+  EXPECT_EQ(completed(), kFiles);
+  ExpectAllCollected(kFiles, t / "out", t / "logs");
+}
+
+TEST_F(MainWindowTest, DuringARunTheRunControlsAreOffCancelWorksAndClosingOnlyCancels) {
   t.MakeDir("empty source");
   ctx.settings.Sources = {t / "empty source"};
   ctx.settings.TargetPath = t / "target";
   ctx.settings.LogPath = t / "logs";
   // With nothing found and empty folders not wanted, the run says so in the middle of its work.
   ctx.settings.CopyEmpties = false;
-
-  MainWindow w(ctx);
-  dialogs.window = &w;
-  dialogs.inside = [&w] { w.RunClicked(); };
-  EXPECT_EQ(w.findChild<QLineEdit*>("txtTargetPath")->text().toStdString(), t / "target");
-  w.findChild<QPushButton*>("cmdRun")->click();
-
-  ASSERT_GE(dialogs.seen.size(), 2u) << testing::PrintToString(dialogs.Texts());
-  const auto& notice = dialogs.seen[0];
-  EXPECT_EQ(notice.text, "Please close all applications before continuing.");
-  EXPECT_TRUE(notice.runEnabled);  // the notice comes before the run takes the window
-
+  Open();
+  window->show();
+  bool closed = true;
+  dialogs.inside = [&] { window->RunClicked(); };  // from inside the notice: no second run
+  Child<QPushButton>("cmdRun")->click();
+  ASSERT_GE(dialogs.seen.size(), 2u);
+  EXPECT_TRUE(dialogs.seen[0].runEnabled);  // the notice comes before the run takes the window
   const auto& during = dialogs.seen[1];
   EXPECT_EQ(during.text, "There were no files found to copy.");
-  EXPECT_FALSE(during.runEnabled);
-  EXPECT_FALSE(during.sourcesEnabled);
-  EXPECT_FALSE(during.targetEnabled);
-  EXPECT_TRUE(during.logEnabled);
-  EXPECT_TRUE(during.cancelEnabled);
-  EXPECT_EQ(during.caption, "Quillon Ravelin 2.2 Rover Edition - Copying");
-
-  // The Run clicked from inside the first box started no second run: one notice in all.
+  EXPECT_FALSE(during.runEnabled || during.sourcesEnabled || during.targetEnabled ||
+               during.resumeEnabled);
+  EXPECT_TRUE(during.logEnabled && during.cancelEnabled);
   const auto texts = dialogs.Texts();
   EXPECT_EQ(
       std::count(texts.begin(), texts.end(), "Please close all applications before continuing."),
       1);
-  EXPECT_TRUE(w.findChild<QPushButton*>("cmdRun")->isEnabled());
-  EXPECT_TRUE(w.findChild<QListWidget*>("lstSources")->isEnabled());
-  EXPECT_EQ(w.windowTitle(), "Quillon Ravelin 2.2 Rover Edition");
-  EXPECT_TRUE(fs::exists(t / "logs/_jobfile.rvj"));
-  EXPECT_FALSE(w.endedByRun());
-}
 
-TEST_F(MainWindowTest, CancelAndClosingDuringARunRequestACancel) {
-  test::TempDir t;
-  MainWindow w(ctx);
-  w.findChild<QPushButton*>("cmdCancel")->click();
-  EXPECT_TRUE(ctx.counters.CancelRequested);
-  ctx.counters.CancelRequested = false;
-
-  ctx.settings.Sources = {t.MakeDir("src")};
-  ctx.settings.TargetPath = t / "target";
-  ctx.settings.LogPath = t / "target";
-  w.Refresh();
-  w.show();
-  dialogs.window = &w;
-  bool closedInside = true;
-  bool cancelInside = false;
+  dialogs.seen.clear();
   dialogs.inside = [&] {
-    closedInside = w.close();
-    cancelInside = ctx.counters.CancelRequested;
+    Child<QPushButton>("cmdCancel")->click();
+    EXPECT_TRUE(ctx.counters.CancelRequested);
+    ctx.counters.CancelRequested = false;
+    closed = window->close();
   };
-  w.findChild<QPushButton*>("cmdRun")->click();
-  EXPECT_FALSE(closedInside);  // the window stays while its run goes on
-  EXPECT_TRUE(cancelInside);
-  EXPECT_TRUE(w.isVisible());
-  // Outside a run the window simply closes.
-  EXPECT_TRUE(w.close());
-  EXPECT_FALSE(w.isVisible());
+  Child<QPushButton>("cmdRun")->click();
+  EXPECT_FALSE(closed);  // the window stays while its run goes on
+  EXPECT_TRUE(window->isVisible());
+  EXPECT_TRUE(Child<QPushButton>("cmdRun")->isEnabled());
+  EXPECT_TRUE(window->close());  // outside a run the window simply closes
 }
 
 TEST_F(MainWindowTest, ARunWithTheSilentSwitchAsksTheProgramToEnd) {
   ctx.program.flags.silent = true;  // no sources: -silent ends the program without a box
-  MainWindow w(ctx);
+  Open();
   bool endRequested = false;
-  QObject::connect(&w, &MainWindow::programEndRequested, [&] { endRequested = true; });
-  w.findChild<QPushButton*>("cmdRun")->click();
+  QObject::connect(window.get(), &MainWindow::programEndRequested, [&] { endRequested = true; });
+  Child<QPushButton>("cmdRun")->click();
   EXPECT_TRUE(endRequested);
-  EXPECT_TRUE(w.endedByRun());
+  EXPECT_TRUE(window->endedByRun());
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
-TEST_F(MainWindowTest, ThePumpBringsTheWindowUpToDate) {
-  MainWindow w(ctx);
-  pump.setRefresh([&w] { w.Refresh(); });
+TEST_F(MainWindowTest, TheNormalPlaceAndSizeAreWrittenToRavelinIniAtClose) {
+  ctx.program.app.appPath = t.path();
+  Open();
+  window->show();
+  window->setGeometry(40, 30, 900, 600);
+  QApplication::processEvents();
+  const QRect normal = window->frameGeometry();  // the place as the desktop has it, with frame
+  window->showMaximized();                       // a maximised window is written at its normal size
+  QApplication::processEvents();
+  ASSERT_TRUE(window->close());
+  SaveOnClose(ctx);
+  const std::string ini = t / "ravelin.ini";
+  ASSERT_GE(normal.width(), 900);
+  EXPECT_EQ(INIread(ini, "Geometry", "MainWidth"), std::to_string(normal.width() * 15));
+  EXPECT_EQ(INIread(ini, "Geometry", "MainHeight"), std::to_string(normal.height() * 15));
+  EXPECT_EQ(INIread(ini, "Geometry", "MainLeft"), std::to_string(normal.x() * 15));
+  EXPECT_EQ(INIread(ini, "Geometry", "MainTop"), std::to_string(normal.y() * 15));
+}
+
+TEST_F(MainWindowTest, ThePumpBringsEveryRegisteredWindowUpToDate) {
+  Open();
+  window->show();
   ctx.view.runControlsEnabled = false;
+  ctx.view.mainCaption = "Quillon Ravelin 2.2 Rover Edition - Copying";
   ctx.settings.Sources = {"/from/a/job"};
   pump.Pump();
-  EXPECT_FALSE(w.findChild<QPushButton*>("cmdRun")->isEnabled());
-  EXPECT_EQ(w.findChild<QListWidget*>("lstSources")->count(), 1);
+  EXPECT_FALSE(Child<QPushButton>("cmdRun")->isEnabled());
+  EXPECT_EQ(Child<QListWidget>("lstSources")->count(), 1);
+  EXPECT_EQ(window->windowTitle(), "Quillon Ravelin 2.2 Rover Edition - Copying");
+}
+
+TEST(Screenshots, TheProgramRendersOnePictureAWindowAndAPageWithNoDisplay) {
+  test::TempDir t;
+  QProcess program;
+  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+  for (const char* display : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"}) env.remove(display);
+  program.setProcessEnvironment(env);
+  program.start(QUILLON_RAVELIN_BINARY, {"--screenshots", QString::fromStdString(t / "shots")});
+  ASSERT_TRUE(program.waitForFinished(120000));
+  ASSERT_EQ(program.exitCode(), 0) << program.readAllStandardError().toStdString();
+  test::FakeDialogs d;
+  QtEventPump p;
+  RunContext c{d, p};
+  const int pages = OptionsDialog(c, nullptr).PageCount();
+  std::vector<std::string> expected = {"main.png", "progress.png"};
+  for (int i = 0; i < pages; ++i) expected.push_back("options_" + std::to_string(i) + ".png");
+  for (const std::string& name : expected) {
+    EXPECT_FALSE(QPixmap(QString::fromStdString(t / ("shots/" + name))).isNull()) << name;
+  }
 }
 
 TEST(QtDialogsText, LineEndsBecomeLineFeedsForDisplay) {

@@ -39,14 +39,27 @@ std::string NextPick(std::deque<std::string>& picks) {
 }
 }  // namespace
 
-std::string FakeDialogs::OpenFile(const std::string&, const std::string&, const std::string&) {
+std::string FakeDialogs::OpenFile(const std::string& title, const std::string&,
+                                  const std::string&) {
+  pickerTitles.push_back(title);
   return NextPick(picks);
 }
-std::string FakeDialogs::SaveFile(const std::string&, const std::string&, const std::string&) {
+std::string FakeDialogs::SaveFile(const std::string& title, const std::string&,
+                                  const std::string&) {
+  pickerTitles.push_back(title);
   return NextPick(picks);
 }
-std::string FakeDialogs::PickFolder(const std::string&, const std::string&) {
+std::string FakeDialogs::PickFolder(const std::string& title, const std::string&) {
+  pickerTitles.push_back(title);
   return NextPick(picks);
+}
+std::vector<std::string> FakeDialogs::OpenFiles(const std::string& title, const std::string&,
+                                                const std::string&) {
+  pickerTitles.push_back(title);
+  if (multiPicks.empty()) return {};
+  std::vector<std::string> p = multiPicks.front();
+  multiPicks.pop_front();
+  return p;
 }
 
 std::vector<std::string> FakeDialogs::Texts() const {

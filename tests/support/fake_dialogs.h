@@ -25,6 +25,8 @@ class FakeDialogs : public Dialogs {
   std::deque<Answer> answers;
   std::deque<std::optional<std::string>> inputs;
   std::deque<std::string> picks;  // answers of the file and folder pickers
+  std::deque<std::vector<std::string>> multiPicks;  // answers of the multi-select picker
+  std::vector<std::string> pickerTitles;            // the title of every picker shown, in order
 
   Answer MessageBox(const std::string& text, const std::string& title, Icon icon,
                     Buttons buttons) override;
@@ -35,6 +37,8 @@ class FakeDialogs : public Dialogs {
   std::string SaveFile(const std::string& title, const std::string& filter,
                        const std::string& startFolder) override;
   std::string PickFolder(const std::string& title, const std::string& startFolder) override;
+  std::vector<std::string> OpenFiles(const std::string& title, const std::string& filter,
+                                     const std::string& startFolder) override;
 
   // The texts of all boxes, in order.
   std::vector<std::string> Texts() const;

@@ -6,6 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "support/fake_dialogs.h"
+#include "support/temp_dir.h"
+
 namespace qr {
 namespace {
 
@@ -25,10 +28,114 @@ TEST(TargetFollowsLogRule, TheLogFollowsWhileTheTwoDifferByOneTrailingCharacter)
       {"/caf\xc3\xa9", "/caf", "/caf\xc3\xa9"},  // a character is a code point, not a byte
       {"/caf", "/caf\xc3\xa9", "/caf"},
       {"/caf\xc3", "/caf\xc3\xa9", std::nullopt},
+      {"/caf\xa9", "/caf", "/caf\xa9"},  // a byte that starts no sequence is one character
+      {"\xa9\xa9", "\xa9", "\xa9\xa9"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.target + " | " + c.log);
     EXPECT_EQ(TargetFollowsLog(c.target, c.log), c.newLog);
+  }
+}
+
+class MainFormTest : public ::testing::Test {
+ protected:
+  test::FakeDialogs dialogs;
+  test::FakePump pump;
+  RunContext ctx{dialogs, pump};
+  MainForm f;
+  test::TempDir t;
+};
+
+TEST_F(MainFormTest, RemoveTakesTheSelectionAndSelectsANeighbour) {
+  struct Case {
+    std::vector<int> selected;
+    std::vector<std::string> left;
+    std::vector<int> selectedAfter;
+  };
+  const std::vector<Case> cases = {
+      {{1, 2}, {"a", "d"}, {1}},            // the entry now at the first removed position
+      {{3}, {"a", "b", "c"}, {2}},          // past the end: the new last entry
+      {{2, 0, 2}, {"b", "d"}, {0}},         // any order, duplicates once
+      {{0, 1, 2, 3}, {}, {}},               // an emptied list selects nothing
+      {{}, {"a", "b", "c", "d"}, {}},       // nothing selected: nothing removed
+      {{7, -1}, {"a", "b", "c", "d"}, {}},  // rows that are not there
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.selected));
+    ctx.settings.Sources = {"a", "b", "c", "d"};
+    f.lstSourcesSelected = c.selected;
+    cmdRemove_Click(ctx, f);
+    EXPECT_EQ(ctx.settings.Sources, c.left);
+    EXPECT_EQ(f.lstSourcesSelected, c.selectedAfter);
+  }
+}
+
+TEST_F(MainFormTest, EachWayOfAddingReachesTheSourceListWithItsOwnRules) {
+  const std::string a = t.MakeDir("a"), inside = t.MakeDir("a/b");
+  const std::string one = t.WriteFile("one.txt", "1"), two = t.WriteFile("c/two.txt", "2");
+  dialogs.inputs = {a, std::nullopt};
+  mnuAddManual_Click(ctx, f);
+  mnuAddManual_Click(ctx, f);  // cancelled
+  ASSERT_EQ(dialogs.shown.size(), 2u);
+  EXPECT_EQ(dialogs.shown[0].text, "Type the path you wish to add.");
+  EXPECT_EQ(dialogs.shown[0].title, "Add Path Manually");
+  // Every file chosen at once goes through AddSource: the one inside a listed folder is refused.
+  dialogs.multiPicks = {{one, t / "a/x.txt", two}};
+  t.WriteFile("a/x.txt", "x");
+  mnuAddSourceFiles_Click(ctx, f);
+  // A file list is listed as it is, existing or not.
+  dialogs.picks = {t / "missing list.txt", ""};
+  mnuAddFromList_Click(ctx, f);
+  mnuAddFromList_Click(ctx, f);
+  FormDropped(ctx, f, {"  ", inside});
+  EXPECT_EQ(ctx.settings.Sources,
+            (std::vector<std::string>{a, one, two, "[File List] " + (t / "missing list.txt")}));
+  EXPECT_EQ(
+      dialogs.pickerTitles,
+      (std::vector<std::string>{"Add Source Files", "Select a file list", "Select a file list"}));
+  EXPECT_EQ(dialogs.shown.size(), 4u);  // the refused file, the refused folder
+}
+
+TEST_F(MainFormTest, DuringARunNothingChangesTheSourcesOrStartsAnotherRun) {
+  f.inRun = true;
+  ctx.settings.Sources = {"a"};
+  f.lstSourcesSelected = {0};
+  dialogs.picks = {t.path(), t.path(), t.path()};
+  dialogs.inputs = {t.path()};
+  cmdAdd_Click(ctx, f);
+  mnuAddManual_Click(ctx, f);
+  mnuAddSourceFiles_Click(ctx, f);
+  mnuAddFromList_Click(ctx, f);
+  FormDropped(ctx, f, {t.path()});
+  cmdRemove_Click(ctx, f);
+  EXPECT_FALSE(cmdRun_Click(ctx, f));
+  EXPECT_FALSE(mnuResume_Click(ctx, f));
+  EXPECT_EQ(ctx.settings.Sources, std::vector<std::string>{"a"});
+  EXPECT_TRUE(dialogs.shown.empty());
+  EXPECT_TRUE(dialogs.pickerTitles.empty());
+  // Closing is refused and asks the run to stop.
+  EXPECT_FALSE(frmMain_QueryUnload(ctx, f));
+  EXPECT_TRUE(ctx.counters.CancelRequested);
+  f.inRun = false;
+  EXPECT_TRUE(frmMain_QueryUnload(ctx, f));
+}
+
+TEST_F(MainFormTest, HelpSaysWhatIsMissingAndAboutNamesTheVersions) {
+  ctx.program.app.helpPath = t / "RavelinHelp.html";
+  mnuRavelinHelp_Click(ctx);
+  t.WriteFile("RavelinHelp.html", "<html></html>");
+  mnuRavelinHelp_Click(ctx, "no-such-opener-here");
+  const auto texts = dialogs.Texts();
+  ASSERT_EQ(texts.size(), 2u);
+  EXPECT_EQ(texts[0], "The help document could not be found:\r\n" + (t / "RavelinHelp.html"));
+  EXPECT_NE(texts[1].find("no-such-opener-here"), std::string::npos);
+  EXPECT_NE(texts[1].find(t / "RavelinHelp.html"), std::string::npos);
+
+  ctx.program.versionText = "2.2.0";
+  const std::string about = AboutText(ctx, "6.4.2");
+  for (const char* part :
+       {"Quillon Ravelin 2.2 Rover Edition", "Version 2.2.0", "Qt 6.4.2", "SQLite 3.", "Licen"}) {
+    EXPECT_NE(about.find(part), std::string::npos) << part;
   }
 }
 

@@ -58,7 +58,7 @@ void LoadMainWindow(RunContext& ctx, const StartupInputs& inputs, StartupResult&
 
     ctx.program.titleText = kTitleText;
     ctx.program.versionText = RAVELIN_VERSION_TEXT;
-    ctx.program.app.helpPath = ctx.program.app.programFolder + "RavelinHelp.pdf";
+    ctx.program.app.helpPath = ctx.program.app.programFolder + "RavelinHelp.html";
     ctx.view.mainCaption = ctx.program.titleText;
 
     if (inputs.singleInstance) {

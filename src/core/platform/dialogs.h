@@ -3,6 +3,7 @@
 // Qt dialogs, the headless runner from its flags or the terminal, tests from a script.
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace qr {
 
@@ -25,6 +26,14 @@ class Dialogs {
   virtual std::string SaveFile(const std::string& title, const std::string& filter,
                                const std::string& startFolder) = 0;
   virtual std::string PickFolder(const std::string& title, const std::string& startFolder) = 0;
+  // An open dialog that takes several files at once: the chosen paths in the order given, none
+  // when nothing was chosen. A seam without its own picker asks for one file.
+  virtual std::vector<std::string> OpenFiles(const std::string& title, const std::string& filter,
+                                             const std::string& startFolder) {
+    std::string one = OpenFile(title, filter, startFolder);
+    if (one.empty()) return {};
+    return {one};
+  }
 };
 
 }  // namespace qr

@@ -1,0 +1,159 @@
+#include "screenshots.h"
+
+#include <QApplication>
+#include <QPixmap>
+#include <QTemporaryDir>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <optional>
+
+#include "exec/startup.h"
+#include "jobdef/source_list.h"
+#include "main_window.h"
+#include "options_dialog.h"
+#include "platform/dialogs.h"
+#include "platform/event_pump.h"
+#include "progress_window.h"
+#include "window_registry.h"
+
+namespace qr::gui {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Nobody is there to answer: every box takes its affirmative button, pickers choose nothing.
+class AnswerEverything : public Dialogs {
+ public:
+  Answer MessageBox(const std::string&, const std::string&, Icon, Buttons buttons) override {
+    return buttons == Buttons::YesNo ? Answer::Yes : Answer::Ok;
+  }
+  std::optional<std::string> InputBox(const std::string&, const std::string&,
+                                      const std::string&) override {
+    return std::nullopt;
+  }
+  std::string OpenFile(const std::string&, const std::string&, const std::string&) override {
+    return {};
+  }
+  std::string SaveFile(const std::string&, const std::string&, const std::string&) override {
+    return {};
+  }
+  std::string PickFolder(const std::string&, const std::string&) override { return {}; }
+};
+
+class HookPump : public EventPump {
+ public:
+  std::function<void()> hook;
+  void Pump() override {
+    if (hook) hook();
+  }
+};
+
+void Settle() {
+  for (int i = 0; i < 3; ++i) {
+    QCoreApplication::sendPostedEvents();
+    QCoreApplication::processEvents();
+  }
+}
+
+// A few folders of files, large enough that the run pumps many times while it copies.
+void MakeSampleTree(const fs::path& root) {
+  const char* folders[] = {"Documents/Letters", "Documents/Reports 2024", "Photos/Holiday"};
+  int n = 0;
+  for (const char* folder : folders) {
+    fs::create_directories(root / folder);
+    for (int i = 0; i < 8; ++i, ++n) {
+      std::ofstream f(root / folder / ("item " + std::to_string(n) + ".dat"), std::ios::binary);
+      std::string bytes(256 * 1024, static_cast<char>('a' + n % 26));
+      f << bytes;
+    }
+  }
+}
+
+}  // namespace
+
+int TakeScreenshots(const std::string& dir, std::ostream& out, std::ostream& err) {
+  std::error_code ec;
+  fs::create_directories(dir, ec);
+  if (!fs::is_directory(dir)) {
+    err << "The folder " << dir << " does not exist and could not be created.\n";
+    return 1;
+  }
+  QTemporaryDir scratch;
+  if (!scratch.isValid()) {
+    err << "No temporary folder could be made for the sample collection.\n";
+    return 1;
+  }
+  const fs::path root = scratch.path().toStdString();
+  fs::create_directories(root / "program");
+  MakeSampleTree(root / "sample");
+
+  AnswerEverything dialogs;
+  HookPump pump;
+  RunContext ctx(dialogs, pump);
+  // The scratch folder stands in for the program's folder, so every settings file that start-up
+  // reads or creates is a scratch one; no device environment redirects it.
+  StartupInputs inputs;
+  inputs.programFolder = (root / "program").string();
+  if (Startup(ctx, inputs).endProgram) {
+    err << "Start-up failed.\n";
+    return 1;
+  }
+
+  WindowRegistry windows;
+  MainWindow window(ctx, windows);
+  for (const char* folder : {"Documents", "Photos"}) {
+    std::string path = (root / "sample" / folder).string();
+    AddSource(ctx, path);
+  }
+  ctx.settings.TargetPath = (root / "collected").string();
+  ctx.settings.LogPath = (root / "collected-logs").string();
+
+  int failures = 0;
+  auto save = [&](QWidget* w, const std::string& name) {
+    const std::string path = (fs::path(dir) / name).string();
+    if (w->grab().save(QString::fromStdString(path), "PNG")) {
+      out << path << "\n";
+    } else {
+      err << "Could not write " << path << "\n";
+      ++failures;
+    }
+  };
+
+  window.Refresh();
+  window.show();
+  Settle();
+  save(&window, "main.png");
+
+  OptionsDialog* options = window.optionsDialog();
+  window.ShowOptions();
+  for (int page = 0; page < options->PageCount(); ++page) {
+    options->ShowPage(page);
+    Settle();
+    save(options, "options_" + std::to_string(page) + ".png");
+  }
+  options->hide();
+
+  // The progress window is taken from the pump half way through the copying.
+  bool progressTaken = false;
+  pump.hook = [&] {
+    windows.RefreshAll();
+    QCoreApplication::processEvents();
+    const RunCounters& c = ctx.counters;
+    if (progressTaken || c.TotalFiles <= 0 || c.FilesProcessed * 2 < c.TotalFiles) return;
+    Settle();
+    save(window.progressWindow(), "progress.png");
+    progressTaken = true;
+  };
+  window.RunClicked();
+  pump.hook = nullptr;
+  if (!progressTaken) {
+    err << "The sample run ended before the progress window could be taken.\n";
+    ++failures;
+  }
+  window.hide();
+  return failures == 0 ? 0 : 1;
+}
+
+}  // namespace qr::gui
