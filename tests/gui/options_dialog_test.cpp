@@ -84,6 +84,11 @@ TEST_F(OptionsDialogTest, ClicksRunTheRulesAndAJobFileValueIsDrawnWithoutThem) {
   EXPECT_TRUE(Box("chkCopyBackup")->isChecked() && Box("chkCopyZB")->isChecked());
   EXPECT_TRUE(Box("chkCopyRestartable")->isChecked());
 
+  // A failed ROBOCOPY probe leaves its box disabled.
+  ctx.settings.enabled.Robocopy = false;
+  dialog.Refresh();
+  EXPECT_FALSE(Box("chkRobocopy")->isEnabled());
+
   QTest::keyClicks(Child<QLineEdit>("txtStartMonth"), "123");
   EXPECT_EQ(ctx.settings.StartMonth, "12");
 }
