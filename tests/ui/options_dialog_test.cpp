@@ -73,19 +73,6 @@ TEST_F(OptionsFormTest, DroppedPathsGoToAddSourceUnlessBlank) {
   EXPECT_EQ(added, (std::vector<std::string>{"/a", "/b c"}));
 }
 
-TEST_F(OptionsFormTest, DirectionsLabelsKeepTheirLinesApart) {
-  FillOptionsForm(form);
-  EXPECT_NE(form.lblDirections.find("[a-f]).\r\n\r\n* Note:"), std::string::npos);
-  // The inclusion label has no blank line before the syntax line and lacks its bracket.
-  EXPECT_NE(form.lblInclusionInst.find("not in the list\r\nList syntaxes"), std::string::npos);
-  EXPECT_NE(form.lblInclusionInst.find("[a-f].\r\n\r\nNote: These"), std::string::npos);
-  EXPECT_EQ(form.lblInclusionInst.substr(form.lblInclusionInst.size() - 4), "tive");
-  // A second fill adds no entries.
-  FillOptionsForm(form);
-  EXPECT_EQ(form.cboOptionTypes.size(), kOptionFrames.size());
-  EXPECT_EQ(form.cboExtension.size(), 2u);
-}
-
 class OptionsLoadTest : public OptionsFormTest {
  protected:
   test::TempDir dir;
