@@ -20,6 +20,7 @@
 #include "jobdef/settings_files.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"
+#include "twips.h"
 
 namespace qr::gui {
 namespace {
@@ -95,6 +96,7 @@ TEST_F(OptionsDialogTest, ClicksRunTheRulesAndAJobFileValueIsDrawnWithoutThem) {
 
 TEST_F(OptionsDialogTest, EachEntryOfTheTypeListShowsExactlyOneFrame) {
   dialog.show();
+  EXPECT_EQ(dialog.height(), TwipsToPixels(kOptionsHeightTwips));
   ASSERT_EQ(dialog.PageCount(), static_cast<int>(kOptionFrames.size()));
   EXPECT_EQ(Child<QComboBox>("cboOptionTypes")->itemText(3), "File Name Inclusion Patterns");
   for (int page : {2, 3, 4, 5, 1, 0}) {
@@ -129,6 +131,15 @@ TEST_F(OptionsDialogTest, CancelKeepsAnAddedPatternAndOkSavesTheSettingsFile) {
   const std::string ini = dir / "robocopy_settings.ini";
   EXPECT_EQ(INIread(ini, "saved_settings", "FullPaths"), "1");
   EXPECT_EQ(INIread(ini, "saved_settings", "Rename"), "1");
+
+  dialog.show();
+  dialog.ShowPage(3);
+  QTest::keyClicks(Child<QLineEdit>("txtNewInclusion"), "*.doc");
+  Child<QPushButton>("cmdAddInclusion")->click();
+  Child<QListWidget>("lstInclusions")->item(0)->setSelected(true);
+  Child<QPushButton>("cmdRemoveInclusion")->click();
+  EXPECT_TRUE(ctx.settings.InclusionPatterns.empty());
+  EXPECT_EQ(Child<QListWidget>("lstInclusions")->count(), 0);
 }
 
 TEST_F(OptionsDialogTest, DroppedFilesReachAddSource) {

@@ -101,6 +101,7 @@ TEST_F(OptionsLoadTest, LoadTurnsItsOptionsBackOnAndDisablesRootFoldersWhateverF
   JobSettings& s = ctx.settings;
   SetRobocopy(s, true);
   SetCreateLog(s, false);
+  s.HashSource = s.HashDest = s.CopySubs = false;
   s.Collision = kCollisionOverwrite;
   s.Extension = kExtensionDoNotCopy;
   SetCopyRestartable(s, true);
@@ -108,6 +109,7 @@ TEST_F(OptionsLoadTest, LoadTurnsItsOptionsBackOnAndDisablesRootFoldersWhateverF
   frmOptions_Load(ctx, form);
   EXPECT_TRUE(s.Ravelin && !s.Robocopy);
   EXPECT_TRUE(s.CreateLog && s.enabled.HashSource && s.enabled.HashDest);
+  EXPECT_TRUE(s.HashSource && s.HashDest && s.CopySubs);
   EXPECT_EQ(s.Collision, kCollisionDoNothing);
   EXPECT_EQ(s.Extension, kExtensionCopyOnly);
   EXPECT_TRUE(s.CopyZB && !s.CopyRestartable) << "failover set on through its rule";
