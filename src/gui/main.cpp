@@ -1,11 +1,14 @@
 #include <QApplication>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "exec/startup.h"
 #include "main_window.h"
+#include "options_dialog.h"
 #include "platform/device_env.h"
 #include "qt_dialogs.h"
 #include "qt_event_pump.h"
@@ -36,15 +39,19 @@ int main(int argc, char** argv) {
   qr::gui::QtDialogs dialogs;
   qr::RunContext ctx(dialogs, pump);
 
+  // The options dialog loads before the settings files are read, so that they overwrite it;
+  // its drops reach the main window once there is one.
+  auto options = std::make_unique<qr::gui::OptionsDialog>(ctx, nullptr);
   qr::StartupInputs inputs;
   inputs.args.assign(argv + 1, argv + argc);
   inputs.environment = qr::ProcessEnvironment();
   inputs.singleInstance = true;
+  inputs.loadOptions = [&options] { options->Load(); };
   qr::StartupResult started = qr::Startup(ctx, inputs);
   if (started.endProgram) return 1;
 
   qr::gui::WindowRegistry windows;
-  qr::gui::MainWindow window(ctx, windows);
+  qr::gui::MainWindow window(ctx, windows, std::move(options));
   dialogs.setParent(&window);
   // A box, and each pump of a run, first brings every open window up to date.
   dialogs.setBeforeShow([&windows] { windows.RefreshAll(); });

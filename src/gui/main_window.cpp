@@ -38,15 +38,23 @@ std::vector<std::string> DroppedPaths(const QMimeData* data) {
 
 }  // namespace
 
-MainWindow::MainWindow(RunContext& ctx, WindowRegistry& windows, QWidget* parent)
-    : QMainWindow(parent), ctx_(ctx), ui_(std::make_unique<Ui::frmMain>()) {
+MainWindow::MainWindow(RunContext& ctx, WindowRegistry& windows,
+                       std::unique_ptr<OptionsDialog> options, QWidget* parent)
+    : QMainWindow(parent), ctx_(ctx), windows_(windows), ui_(std::make_unique<Ui::frmMain>()) {
   ui_->setupUi(this);
   SetIcons();
 
   progress_ = std::make_unique<ProgressWindow>(ctx_);
-  options_ = new OptionsDialog(
-      ctx_, [this](const std::string& path) { Do([&] { FormDropped(ctx_, form_, {path}); }); },
-      this);
+  auto dropped = [this](const std::string& path) {
+    Do([&] { FormDropped(ctx_, form_, {path}); });
+  };
+  if (options) {
+    options_ = options.release();
+    options_->setParent(this, options_->windowFlags());  // the window owns it from here
+    options_->SetAddSource(dropped);
+  } else {
+    options_ = new OptionsDialog(ctx_, dropped, this);
+  }
   windows.Add(this, [this] { Refresh(); });
   windows.Add(
       progress_.get(), [p = progress_.get()] { p->Refresh(); }, true);
@@ -193,7 +201,9 @@ void MainWindow::RunClicked() { AfterRun(cmdRun_Click(ctx_, form_)); }
 void MainWindow::ResumeClicked() { AfterRun(mnuResume_Click(ctx_, form_)); }
 
 void MainWindow::AfterRun(bool endProgram) {
-  Refresh();
+  // The pump skips rounds inside its interval, so the run's last state (the progress window
+  // hidden, the controls back) may not have been drawn yet.
+  windows_.RefreshAll();
   if (endProgram) emit programEndRequested();
 }
 

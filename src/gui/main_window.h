@@ -25,8 +25,11 @@ class MainWindow : public QMainWindow {
   Q_OBJECT
 
  public:
-  // Registers itself, the progress window and the options dialog with `windows`.
-  MainWindow(RunContext& ctx, WindowRegistry& windows, QWidget* parent = nullptr);
+  // Registers itself, the progress window and the options dialog with `windows`. `options` is
+  // the dialog that start-up has loaded (StartupInputs::loadOptions), taken over by the window;
+  // without one the window makes its own, which must not be loaded after start-up.
+  MainWindow(RunContext& ctx, WindowRegistry& windows,
+             std::unique_ptr<OptionsDialog> options = nullptr, QWidget* parent = nullptr);
   ~MainWindow() override;
 
   // Brings caption, enabled controls, sources, selection and paths up to date with the core.
@@ -64,6 +67,7 @@ class MainWindow : public QMainWindow {
   void AfterRun(bool endProgram);
 
   RunContext& ctx_;
+  WindowRegistry& windows_;
   MainForm form_;
   std::unique_ptr<Ui::frmMain> ui_;
   std::unique_ptr<ProgressWindow> progress_;

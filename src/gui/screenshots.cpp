@@ -6,7 +6,9 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <optional>
+#include <utility>
 
 #include "exec/startup.h"
 #include "jobdef/source_list.h"
@@ -94,15 +96,17 @@ int TakeScreenshots(const std::string& dir, std::ostream& out, std::ostream& err
   RunContext ctx(dialogs, pump);
   // The scratch folder stands in for the program's folder, so every settings file that start-up
   // reads or creates is a scratch one; no device environment redirects it.
+  auto loaded = std::make_unique<OptionsDialog>(ctx, nullptr);
   StartupInputs inputs;
   inputs.programFolder = (root / "program").string();
+  inputs.loadOptions = [&loaded] { loaded->Load(); };
   if (Startup(ctx, inputs).endProgram) {
     err << "Start-up failed.\n";
     return 1;
   }
 
   WindowRegistry windows;
-  MainWindow window(ctx, windows);
+  MainWindow window(ctx, windows, std::move(loaded));
   for (const char* folder : {"Documents", "Photos"}) {
     std::string path = (root / "sample" / folder).string();
     AddSource(ctx, path);

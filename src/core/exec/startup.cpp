@@ -51,6 +51,7 @@ void LoadMainWindow(RunContext& ctx, const StartupInputs& inputs, StartupResult&
   JobSettings& s = ctx.settings;
   try {
     ctx.program.app.appPath = WithoutTrailingSep(ctx.program.app.appPath);
+    if (inputs.loadOptions) inputs.loadOptions();
     ctx.program.robocopyAvailable = false;
 
     s.Ravelin = s.CopyEmpties = s.CreateLog = s.HashDest = s.HashSource = true;

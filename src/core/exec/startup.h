@@ -1,6 +1,7 @@
 #pragma once
 // From process start to an idle program: paths, device environment, switches, option start
 // values, ROBOCOPY probe, settings files; and the normal way out.
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,6 +20,9 @@ struct StartupInputs {
   std::vector<std::string> environment;   // "NAME=value" entries
   bool singleInstance = false;            // the window program holds the instance key
   std::string instanceLockFolder;         // empty: the runtime folder
+  // The options dialog's load, run before the settings files are read so that they overwrite
+  // what it sets. The runner has no dialog.
+  std::function<void()> loadOptions;
 };
 
 struct StartupResult {

@@ -54,4 +54,33 @@ void ProgressTimerTick(RunContext& ctx, TimePoint now) {
   if (remaining > 0) p.lblTimeRemaining = "Estimated Time Remaining: " + ClockText(remaining);
 }
 
+void frmProgress_Load(RunContext& ctx, ProgressForm& f) {
+  f.caption = ctx.program.titleText + " - Progress";
+  f.cmdShowErrors = "Show Errors >>";
+  f.listErrorsVisible = false;
+  f.heightTwips = kProgressHeightTwips;
+  ctx.progress.Progress1_Set(30);
+}
+
+void cmdShowErrors_Click(ProgressForm& f) {
+  if (f.listErrorsVisible) {
+    f.cmdShowErrors = "Show Errors >>";
+    f.heightTwips = kProgressHeightTwips;
+    f.listErrorsVisible = false;
+  } else {
+    f.cmdShowErrors = "<< Hide Errors";
+    f.heightTwips = kProgressErrorsHeightTwips;
+    f.listErrorsVisible = true;
+  }
+}
+
+void cmdSkip_Click(RunContext& ctx) { ctx.counters.SkipRequested = true; }
+
+void cmdCancel_Click(RunContext& ctx) { ctx.counters.CancelRequested = true; }
+
+bool frmProgress_QueryUnload(RunContext& ctx) {
+  ctx.counters.CancelRequested = true;
+  return !ctx.counters.RunActive;
+}
+
 }  // namespace qr

@@ -1,0 +1,126 @@
+#include "ui/options_dialog.h"
+
+#include <gtest/gtest.h>
+
+#include "exec/startup.h"
+#include "support/fake_dialogs.h"
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+class PickerLog : public test::FakeDialogs {
+ public:
+  std::vector<std::pair<std::string, std::string>> opened;  // title, filter
+  std::string OpenFile(const std::string& title, const std::string& filter,
+                       const std::string& start) override {
+    opened.emplace_back(title, filter);
+    return FakeDialogs::OpenFile(title, filter, start);
+  }
+};
+
+class OptionsFormTest : public ::testing::Test {
+ protected:
+  PickerLog dialogs;
+  test::FakePump pump;
+  RunContext ctx{dialogs, pump};
+  OptionsForm form;
+};
+
+TEST_F(OptionsFormTest, PatternsAreAddedWhenNotBlankAndRemovedBySelection) {
+  form.txtNewExclusion = "   ";
+  cmdAddExclusion_Click(ctx, form);
+  EXPECT_TRUE(ctx.settings.ExclusionPatterns.empty());
+  EXPECT_EQ(form.txtNewExclusion, "   ") << "a blank box is left as it is";
+
+  for (const char* p : {" *cache* ", "*/tmp/*", "*.bak"}) {
+    form.txtNewExclusion = p;
+    cmdAddExclusion_Click(ctx, form);
+    EXPECT_EQ(form.txtNewExclusion, "");
+  }
+  // The text goes in as typed; trimming only decides whether it goes in.
+  EXPECT_EQ(ctx.settings.ExclusionPatterns,
+            (std::vector<std::string>{" *cache* ", "*/tmp/*", "*.bak"}));
+
+  cmdRemovePattern_Click(ctx, form);
+  EXPECT_EQ(ctx.settings.ExclusionPatterns.size(), 3u) << "nothing selected, nothing removed";
+  form.listExclusionsSelected = {2, 0, 7};
+  cmdRemovePattern_Click(ctx, form);
+  EXPECT_EQ(ctx.settings.ExclusionPatterns, std::vector<std::string>{"*/tmp/*"});
+  EXPECT_TRUE(form.listExclusionsSelected.empty());
+
+  form.txtNewInclusion = "report#.xls";
+  cmdAddInclusion_Click(ctx, form);
+  form.lstInclusionsSelected = {0};
+  cmdRemoveInclusion_Click(ctx, form);
+  EXPECT_TRUE(ctx.settings.InclusionPatterns.empty());
+  EXPECT_EQ(ctx.settings.ExclusionPatterns.size(), 1u);
+}
+
+TEST_F(OptionsFormTest, ExtensionListPickerKeepsThePathWhenNothingIsChosen) {
+  dialogs.picks = {"/lists/ext.txt", ""};
+  cmdExtBrowse_Click(ctx);
+  cmdExtBrowse_Click(ctx);
+  EXPECT_EQ(ctx.settings.ExtListFile, "/lists/ext.txt");
+  ASSERT_EQ(dialogs.opened.size(), 2u);
+  EXPECT_EQ(dialogs.opened[0].first, "Select a file extension list");
+  EXPECT_EQ(dialogs.opened[0].second, "All extension lists (*.*)|*.*");
+}
+
+TEST_F(OptionsFormTest, DroppedPathsGoToAddSourceUnlessBlank) {
+  std::vector<std::string> added;
+  OptionsDropped({"/a", " ", "", "/b c"}, [&](const std::string& p) { added.push_back(p); });
+  EXPECT_EQ(added, (std::vector<std::string>{"/a", "/b c"}));
+}
+
+class OptionsLoadTest : public OptionsFormTest {
+ protected:
+  test::TempDir dir;
+  std::string program = dir.MakeDir("program");
+  void Start() {
+    StartupInputs in;
+    in.programFolder = program;
+    in.loadOptions = [this] { frmOptions_Load(ctx, form); };
+    Startup(ctx, in);
+  }
+};
+
+TEST_F(OptionsLoadTest, TheSettingsFilesReadAtStartOverwriteWhatTheLoadSets) {
+  dir.WriteFile("program/robocopy_settings.ini",
+                "[saved_settings]\r\nFullPaths=1\r\nRename=1\r\nB=1\r\n");
+  Start();
+  EXPECT_EQ(ctx.settings.Collision, kCollisionRename);
+  EXPECT_TRUE(ctx.settings.enabled.RootFolders) << "chkFullPaths set from the file fires its rule";
+  EXPECT_FALSE(ctx.settings.enabled.CreateSubs);
+  EXPECT_EQ(form.visibleFrame, "frameGeneralOptions");
+  EXPECT_TRUE(dialogs.shown.empty());
+}
+
+TEST_F(OptionsLoadTest, LoadTurnsItsOptionsBackOnAndDisablesRootFoldersWhateverFullPathsSays) {
+  ctx.program.app.appPath = program;
+  JobSettings& s = ctx.settings;
+  SetRobocopy(s, true);
+  SetCreateLog(s, false);
+  s.HashSource = s.HashDest = s.CopySubs = false;
+  s.Collision = kCollisionOverwrite;
+  s.Extension = kExtensionDoNotCopy;
+  SetCopyRestartable(s, true);
+  s.enabled.RootFolders = true;
+  frmOptions_Load(ctx, form);
+  EXPECT_TRUE(s.Ravelin && !s.Robocopy);
+  EXPECT_TRUE(s.CreateLog && s.enabled.HashSource && s.enabled.HashDest);
+  EXPECT_TRUE(s.HashSource && s.HashDest && s.CopySubs);
+  EXPECT_EQ(s.Collision, kCollisionDoNothing);
+  EXPECT_EQ(s.Extension, kExtensionCopyOnly);
+  EXPECT_TRUE(s.CopyZB && !s.CopyRestartable) << "failover set on through its rule";
+  EXPECT_FALSE(s.enabled.RootFolders);
+
+  // defaults.ini has the last word.
+  dir.WriteFile("program/defaults.ini", "[Defaults]\r\nRobocopy=1\r\nCollision=2\r\n");
+  frmOptions_Load(ctx, form);
+  EXPECT_TRUE(s.Robocopy && !s.Ravelin);
+  EXPECT_EQ(s.Collision, kCollisionRename);
+}
+
+}  // namespace
+}  // namespace qr
