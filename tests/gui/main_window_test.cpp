@@ -26,6 +26,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <set>
 #include <thread>
 #include <utility>
 
@@ -141,7 +142,8 @@ class MainWindowTest : public ::testing::Test {
 
   test::TempDir t;
   WindowDialogs dialogs;
-  QtEventPump pump;
+  // Every pump does its round, so the tests see each state a run passes through.
+  QtEventPump pump{std::chrono::nanoseconds(0)};
   RunContext ctx{dialogs, pump};
   WindowRegistry windows;
   std::unique_ptr<MainWindow> window;
@@ -295,7 +297,13 @@ TEST_F(MainWindowTest, AWholeCollectionRunFromTheWindow) {
   // What the windows show at the pump points of the copying.
   int pumpsInRun = 0;
   bool controlsDisabled = true;
+  bool progressShown = true;
   ProgressWindow* progress = window->progressWindow();
+  QLabel* filesCopied = progress->findChild<QLabel*>("lblFilesCopied");
+  QLabel* currentFile = progress->findChild<QLabel*>("lblCurrentFile");
+  ASSERT_NE(filesCopied, nullptr);
+  ASSERT_NE(currentFile, nullptr);
+  std::set<QString> filesCopiedSeen, currentFileSeen;
   pump.setRefresh([&] {
     windows.RefreshAll();
     if (!ctx.progress.visible) return;
@@ -303,6 +311,9 @@ TEST_F(MainWindowTest, AWholeCollectionRunFromTheWindow) {
     controlsDisabled = controlsDisabled && !Child<QPushButton>("cmdRun")->isEnabled() &&
                        !Child<QAction>("mnuAddSource")->isEnabled() &&
                        window->windowTitle() == "Quillon Ravelin 2.2 Rover Edition - Copying";
+    progressShown = progressShown && progress->isVisible();
+    filesCopiedSeen.insert(filesCopied->text());
+    currentFileSeen.insert(currentFile->text());
   });
   Child<QPushButton>("cmdRun")->click();
 
@@ -312,6 +323,13 @@ TEST_F(MainWindowTest, AWholeCollectionRunFromTheWindow) {
   EXPECT_NE(texts[1].find("\r\nFiles copied: 30 of 30\r\n"), std::string::npos) << texts[1];
   EXPECT_GT(pumpsInRun, 0);
   EXPECT_TRUE(controlsDisabled);
+  EXPECT_TRUE(progressShown) << "the progress window is up for the whole run";
+  // The labels move with the run: more than one count and file drawn while it copied.
+  EXPECT_GT(filesCopiedSeen.size(), 2u) << testing::PrintToString(filesCopiedSeen.size());
+  EXPECT_GT(currentFileSeen.size(), 2u);
+  EXPECT_TRUE(std::all_of(currentFileSeen.begin(), currentFileSeen.end(), [](const QString& s) {
+    return s.isEmpty() || s.startsWith("Current File: ");
+  }));
   EXPECT_FALSE(progress->isVisible());
   EXPECT_TRUE(Child<QPushButton>("cmdRun")->isEnabled());
   EXPECT_EQ(window->windowTitle(), "Quillon Ravelin 2.2 Rover Edition");
