@@ -166,6 +166,14 @@ TEST_F(VerificationRecordTest, AGoodCopyGivesOneCleanLine) {
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
+TEST_F(VerificationRecordTest, TwoEmptyHashesAreNoMatch) {
+  // A file deleted before its turn: neither side can be hashed, and nothing is proven.
+  UseLogFolder(dir.MakeDir("log-none"));
+  std::string source = dir / "src/gone.txt", target = dir / "dst/gone.txt";
+  WriteVerificationRecord(ctx, source, target, "", "");
+  EXPECT_EQ(OnlyRow().at("Hashes Match"), "N");
+}
+
 TEST_F(VerificationRecordTest, EachHashBoxDecidesItsColumnsAndLineMatchesHeader) {
   const std::string source = File("src/a.txt", "abc");
   const std::string target = File("dst/a.txt", "abc");

@@ -10,8 +10,11 @@
 #include "copy/target_paths.h"
 #include "platform/errors.h"
 #include "platform/file_times.h"
+#include "platform/find_data.h"
+#include "platform/logs.h"
 #include "platform/path_layer.h"
 #include "platform/paths.h"
+#include "platform/plain_text.h"
 #include "platform/text.h"
 #include "platform/unicode_text.h"
 #include "run/run_context.h"
@@ -88,6 +91,24 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
       targetPath = GetTargetFilePath(ctx, sourcePath);
     }
 
+    // "Do Nothing" holds here too: a target that came to exist after the walk (two sources on
+    // one flat name, a list entry onto an existing file) is left alone and listed.
+    // The first row of a resumed queue is the one a kill may have left half copied: its target
+    // is its own, and is written again.
+    if (s.Collision == kCollisionDoNothing && !ctx.file.rowMayBeHalfCopied) {
+      const std::string finalTarget =
+          shortName ? targetPath.substr(0, targetPath.size() - 4) : targetPath;
+      FindData existing;
+      if (FindEntry(LongPathPrefix(finalTarget), existing)) {
+        int err = 0;
+        if (!AppendLine(SideLogPath(ctx.paths.ErrorLogPath, "_error", "_existing"), sourcePath,
+                        &err)) {
+          throw SystemError(err);
+        }
+        return;
+      }
+    }
+
     stage = "Getting host folder timestamps";
     FileTimes folderTimes;
     GetFileTimes(ctx, sourceFolder, folderTimes);
@@ -123,7 +144,7 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
 
     stage = "Detecting collision";
     if (targetFolder == sourceFolder) {
-      ctx.Message("Directory collision detected. Copy aborted.\r\n\r\nSource File:\r\n" +
+      ctx.ShowMessage("Directory collision detected. Copy aborted.\r\n\r\nSource File:\r\n" +
                       sourceFolder + kSep + fileName + "\r\n\r\nDestination File:\r\n" +
                       targetFolder + kSep + fileName,
                   Icon::Critical);

@@ -34,6 +34,17 @@ struct FileInHand {
   FileTime FLMT = 0;
   // Set when the program's own transfer of it failed; read by its verification record.
   bool copyFailed = false;
+  // Set for the first row a resumed queue takes: the row in hand when the job was stopped.
+  bool rowMayBeHalfCopied = false;
+};
+
+// What the handlers of this process reported beyond the counters, so that the headless runner's
+// exit status can tell the whole truth. The window's texts never read it.
+struct FailureRecord {
+  bool boxShown = false;        // a handler's message box
+  std::string silentLogPath;    // the silent log a handler wrote to, or tried to
+  bool timestampLogWritten = false;  // an error that went to _ts_mismatch.log, uncounted
+  std::string missingEntriesLog;     // a file-list entry that named nothing
 };
 
 class RunContext : public Reporter {
@@ -62,6 +73,7 @@ class RunContext : public Reporter {
   QueryBuffer queryBuffer;
   // On for a run whose Common Log path is set and passed its test.
   bool activityLogOn = false;
+  FailureRecord failures;
 
   FileInHand file;
 
@@ -71,7 +83,7 @@ class RunContext : public Reporter {
   // A message box titled with the program's title.
   Answer Message(const std::string& text, Icon icon, Buttons buttons = Buttons::Ok);
 
-  // Reporter.
+  // Reporter: every handler's box or silent-log line passes here and is noted in `failures`.
   bool SilentOption() const override { return settings.Silent; }
   void ShowMessage(const std::string& text, Icon icon) override;
   void WriteSilentLog(const std::string& text) override;

@@ -248,7 +248,10 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
     std::string line = CsvEncapsulate(ctx, now) + ",";
 
     stage = "Comparing hashes for match";
-    if (s.HashSource && s.HashDest) line += sourceHash == destHash ? "Y," : "N,";
+    // An empty hash proves nothing: two of them are no match.
+    if (s.HashSource && s.HashDest) {
+      line += sourceHash == destHash && !Trim(sourceHash).empty() ? "Y," : "N,";
+    }
 
     if (dest.found) {
       // A side that was not found shows "N/A": it has no date to compare, as a blank text has
@@ -396,6 +399,7 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
       } else {
         stage = "Opening discrepency log for output";
         const std::string& discrepancyLog = ctx.paths.TimestampLogPath;
+        ctx.failures.timestampLogWritten = true;
         stage = "Outputting to discrepency log";
         AppendPlainLine(discrepancyLog, sourcePath + "\t" + errorString);
         stage = "Closing discrepency log";
