@@ -251,6 +251,22 @@ TEST(RunnerRecord, TheExitStatusIs0OnlyWhenNothingIsRecordedAgainstTheRun) {
          EXPECT_EQ(ReadBytes(t / "out/src/a.txt"), "a");
          EXPECT_TRUE(Has(ReadBytes(t / "my_errors_logs/_symlinkss.log"), t / "src/link"));
        }},
+      {"the walk never enters the run's own target or log folder",
+       [](TempDir& t) {
+         t.WriteFile("src/a.txt", "a");
+         t.WriteFile("src/sub/out/b.txt", "b");  // a folder that only shares the name
+         t.WriteFile("src/out/old.txt", "from an earlier run");
+         t.WriteFile("src/logs/old.log", "from an earlier run");
+         return std::vector<std::string>{"--yes", "--target", "src/out", "--log", "src/logs",
+                                         "src"};
+       },
+       kExitDone, nullptr,
+       [](TempDir& t, const Ran& r) {
+         EXPECT_TRUE(Has(r.out, "Files copied: 2 of 2")) << r.out;
+         EXPECT_EQ(ReadBytes(t / "src/out/src/sub/out/b.txt"), "b");
+         EXPECT_FALSE(fs::exists(t / "src/out/src/out"));
+         EXPECT_FALSE(fs::exists(t / "src/out/src/logs"));
+       }},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

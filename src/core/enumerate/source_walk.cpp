@@ -67,7 +67,18 @@ struct WalkTotals {
   int32_t folders = 0;
   int32_t files = 0;
   int64_t bytes = 0;
+  // The run's own target and log folders, which the walk never enters: a target inside a source
+  // would otherwise collect the run's copies, its live database and its logs.
+  std::vector<ObjectId> ownFolders;
 };
+
+std::vector<ObjectId> OwnFolders(const RunContext& ctx) {
+  std::vector<ObjectId> own;
+  for (const std::string* path : {&ctx.settings.TargetPath, &ctx.settings.LogPath}) {
+    if (std::optional<ObjectId> id = IdentityOf(*path)) own.push_back(*id);
+  }
+  return own;
+}
 
 void EnumerateFolder(RunContext& ctx, std::string folder, WalkTotals& totals);
 
@@ -106,9 +117,17 @@ void WalkFile(RunContext& ctx, const std::string& folder, const FindData& e,
 }
 
 // One folder entry of a listing; true when the walk is to descend into it.
-bool WalkFolderEntry(RunContext& ctx, const std::string& folder, const FindData& e) {
+bool WalkFolderEntry(RunContext& ctx, const std::string& folder, const FindData& e,
+                     const WalkTotals& totals) {
   const JobSettings& s = ctx.settings;
   const std::string path = folder + e.name;
+  if ((e.attributes & kAttrReparsePoint) == 0 && !totals.ownFolders.empty()) {
+    const std::optional<ObjectId> id = IdentityOf(path);
+    if (id && std::find(totals.ownFolders.begin(), totals.ownFolders.end(), *id) !=
+                  totals.ownFolders.end()) {
+      return false;
+    }
+  }
   bool descend = true;
   if ((e.attributes & kAttrReparsePoint) != 0) {
     // Two independent bit tests: a tag holding both patterns lands in both logs.
@@ -153,7 +172,7 @@ void EnumerateFolder(RunContext& ctx, std::string folder, WalkTotals& totals) {
         if (ctx.counters.CancelRequested) return;
         if (e.IsDirectory()) {
           if (e.name == "." || e.name == "..") continue;
-          if (WalkFolderEntry(ctx, folder, e)) {
+          if (WalkFolderEntry(ctx, folder, e, totals)) {
             ++totals.folders;
             subfolders.push_back({e.name, TimesOf(e)});
           }
@@ -280,6 +299,7 @@ int32_t TallyFolder(RunContext& ctx, const std::string& path) {
     InsertFolderRow(ctx, folder, FindData{});
   }
   WalkTotals totals;
+  totals.ownFolders = OwnFolders(ctx);
   EnumerateFolder(ctx, folder, totals);
   FlushQueryBuffer(ctx);
   DropConnection(ctx);
