@@ -267,6 +267,29 @@ TEST(RunnerRecord, TheExitStatusIs0OnlyWhenNothingIsRecordedAgainstTheRun) {
          EXPECT_FALSE(fs::exists(t / "src/out/src/out"));
          EXPECT_FALSE(fs::exists(t / "src/out/src/logs"));
        }},
+      {"a special file named directly is an error of its own, as in a walk",
+       [](TempDir& t) {
+         t.WriteFile("src/a.txt", "a");
+         EXPECT_EQ(mkfifo((t / "named").c_str(), 0600), 0);
+         EXPECT_EQ(mkfifo((t / "listed").c_str(), 0600), 0);
+         t.WriteFile("list.txt", t / "listed" + "\n/dev/null\n");
+         t.WriteFile("job.rvj", JobRecord(t, {t / "src", t / "named", "/dev/zero",
+                                              "[File List] " + t / "list.txt"}));
+         return std::vector<std::string>{"--yes", "job.rvj"};
+       },
+       kExitDoneWithErrors,
+       [](TempDir& t) { return std::vector<std::string>{t / "logs/_errors.log"}; },
+       [](TempDir& t, const Ran& r) {
+         EXPECT_TRUE(Has(r.out, "Files copied: 1 of 1")) << r.out;
+         EXPECT_TRUE(Has(r.out, "Errors: 4")) << r.out;
+         const std::string errors = test::Utf16FileText(t / "logs/_errors.log");
+         for (const std::string& path : {t / "named", std::string("/dev/zero"), t / "listed",
+                                         std::string("/dev/null")}) {
+           EXPECT_TRUE(Has(errors, path + "\t(Cannot access file: Not a regular file)"))
+               << path << "\n" << errors;
+         }
+         EXPECT_FALSE(fs::exists(t / "logs/_flist_errs.log"));
+       }},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

@@ -350,6 +350,12 @@ void TallyListEntry(RunContext& ctx, const std::string& field, const std::string
     ctx.counters.TotalFiles += TallyFolder(ctx, trimmed);
     return;
   }
+  if (SpecialFileExists(trimmed)) {
+    // Found, but not a file to copy: the error line a walk gives it, never "Could not find".
+    ctx.counters.CurrentSourceRoot = FolderPart(trimmed);
+    TallySingleFile(ctx, trimmed);
+    return;
+  }
   RecordMissingEntry(ctx, trimmed, missingLog, unicodeLog, stage);
 }
 

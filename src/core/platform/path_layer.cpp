@@ -53,6 +53,12 @@ bool FileExists(const std::string& path, Reporter* reporter) {
   return false;
 }
 
+bool SpecialFileExists(const std::string& path) {
+  struct stat st {};
+  if (path.empty() || stat(LongPathPrefix(path).c_str(), &st) != 0) return false;
+  return !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode);
+}
+
 std::optional<ObjectId> IdentityOf(const std::string& path) {
   struct stat st {};
   if (path.empty() || stat(LongPathPrefix(path).c_str(), &st) != 0) return std::nullopt;

@@ -31,6 +31,10 @@ bool FileExists(const std::string& path, Reporter* reporter = nullptr);
 // normal attribute. Both empty: false without a lookup. Both given: folderPath is ignored.
 bool FileOrDirExists(const std::string& fileName, const std::string& folderPath);
 
+// True for a FIFO, socket or device node (links followed), found without opening it: a source
+// that names one is recorded as an error rather than read, which could block for ever.
+bool SpecialFileExists(const std::string& path);
+
 // What a path names, links followed: the same folder reached by two spellings (a link, "..",
 // a second mount) has one identity.
 struct ObjectId {
