@@ -1,5 +1,6 @@
 // Whole collections through ExecCopy on real trees: what a user checks afterwards.
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -220,6 +221,38 @@ TEST_F(CollectionTest, ASourceThatCannotBeReadLeavesNoTargetAndIsRecorded) {
   EXPECT_NE(closedLine.find("(File size mismatch) "), std::string::npos) << closedLine;
   EXPECT_NE(closedLine.find("N/A"), std::string::npos) << closedLine;
   EXPECT_TRUE(fs::exists(logs + "/_errors.log"));
+}
+
+TEST_F(CollectionTest, ATargetThatFillsUpIsRecordedWithItsOwnWords) {
+  dir.WriteFile("evidence/large.bin", std::string(2 << 20, 'x'));
+  dir.MakeDir("target");
+  test::ChildOutcome child = test::RunInChild([&](std::string& out) {
+    // A target file system of 1 MiB, in a namespace of the child's own.
+    if (!test::EnterPrivateMountNamespace() ||
+        mount("tmpfs", target.c_str(), "tmpfs", 0, "size=1m") != 0) {
+      return test::kChildCannotSetUp;
+    }
+    ExecResult r = ExecCopy(ctx);
+    out = IntText(static_cast<int>(r.outcome)) + "|" + IntText(ctx.counters.ErrorCount) + "\n";
+    for (const auto& l : test::Utf16FileLines(logs + "/_verification_log.csv")) {
+      if (l.find("large.bin") != std::string::npos) out += l;
+    }
+    out += "\n" + test::Utf16FileText(logs + "/_errors.log");
+    return 0;
+  });
+  if (child.exitCode == test::kChildCannotSetUp) {
+    GTEST_SKIP() << "needs a mount namespace of its own to mount a small tmpfs as the target";
+  }
+  ASSERT_EQ(child.exitCode, 0);
+  const std::string words = "(Copy failed: cannot write target: No space left on device) ";
+  EXPECT_EQ(child.output.substr(0, child.output.find('\n')),
+            IntText(static_cast<int>(ExecOutcome::Completed)) + "|1")
+      << child.output;
+  // Once in the CSV line, once in _errors.log; never worded as a source in use.
+  size_t first = child.output.find(words);
+  ASSERT_NE(first, std::string::npos) << child.output;
+  EXPECT_NE(child.output.find(words, first + 1), std::string::npos) << child.output;
+  EXPECT_EQ(child.output.find("Source file in use"), std::string::npos) << child.output;
 }
 
 }  // namespace

@@ -72,6 +72,7 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
   try {
     stage = "Initializing vars";
     ctx.file.copyFailed = false;
+    ctx.file.copyFailure.clear();
     bool shortName = false;
 
     // A source named like a generated short name is written under a temporary name first and

@@ -34,6 +34,9 @@ struct FileInHand {
   FileTime FLMT = 0;
   // Set when the program's own transfer of it failed; read by its verification record.
   bool copyFailed = false;
+  // Why that transfer failed, as its record says it ("cannot write target: No space left on
+  // device"); empty when the transfer gave no reason.
+  std::string copyFailure;
   // Set for the first row a resumed queue takes: the row in hand when the job was stopped.
   bool rowMayBeHalfCopied = false;
 };

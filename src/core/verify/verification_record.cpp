@@ -350,11 +350,16 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
     stage = "Inserting dest hash value into CSV string";
     if (s.HashDest) line += CsvEncapsulate(ctx, destHash) + ",";
 
-    auto fault = [&](const char* words) {
+    auto fault = [&](const std::string& words) {
       error = true;
-      errorString += "(" + std::string(words) + ") ";
+      errorString += "(" + words + ") ";
       ctx.progress.listErrors.push_back(fileName + " (" + words + ")");
     };
+    // The program's own transfer failed: its reason is the finding, never a source in use.
+    if (ctx.file.copyFailed) {
+      const std::string& why = ctx.file.copyFailure;
+      fault(why.empty() ? std::string("Copy failed") : "Copy failed: " + why);
+    }
     if (!source.found) fault("Source file not found");
     if (!dest.found) fault("Destination file not found");
     if (unableToHashSource) fault("Unable to hash source");
@@ -365,7 +370,7 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
       fault("File size mismatch");
       line += "(File size mismatch) ";
     }
-    if (s.HashSource && s.HashDest && sourceHash != destHash) {
+    if (s.HashSource && s.HashDest && sourceHash != destHash && !ctx.file.copyFailed) {
       if (Trim(sourceHash).empty()) {
         fault("Unable to validate. Source file in use.");
         line += "(Unable to validate. Source file in use.) ";
