@@ -16,6 +16,7 @@
 #include "platform/paths.h"
 #include "platform/plain_text.h"
 #include "platform/text.h"
+#include "platform/times_io.h"
 #include "platform/unicode_text.h"
 #include "run/run_context.h"
 #include "verify/verification_record.h"
@@ -73,7 +74,20 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
     stage = "Initializing vars";
     ctx.file.copyFailed = false;
     ctx.file.copyFailure.clear();
+    ctx.file.sourceTimesRead = false;
     bool shortName = false;
+    // A source named through a symbolic link: every look through the link moves the link's own
+    // access time, so its times are put back, the link not followed, whatever becomes of the row.
+    struct LinkTimes {
+      std::string path;
+      FileTime accessed = 0;
+      FileTime modified = 0;
+      bool isLink = false;
+      ~LinkTimes() {
+        if (isLink) WriteLinkTimes(AT_FDCWD, path, accessed, modified);
+      }
+    } linkTimes{sourcePath};
+    linkTimes.isLink = ReadLinkTimes(AT_FDCWD, sourcePath, linkTimes.accessed, linkTimes.modified);
 
     // A source named like a generated short name is written under a temporary name first and
     // gets its own name back after the transfer.
@@ -115,7 +129,8 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
     GetFileTimes(ctx, sourceFolder, folderTimes);
     stage = "Determining source file timestamps";
     FileTimes fileTimes;
-    GetFileTimes(ctx, sourcePath, fileTimes);
+    ctx.file.sourceTimesRead = GetFileTimes(ctx, sourcePath, fileTimes) == 1;
+    ctx.file.sourceTimes = fileTimes;
 
     stage = "Globalizing FCT";
     Globalize(ctx.file.FCT, fileTimes.created);

@@ -1,6 +1,9 @@
 #include "exec/run_driver.h"
 
+#include <fcntl.h>
+
 #include <optional>
+#include <vector>
 
 #include "copy/target_paths.h"
 #include "copy/work_queue.h"
@@ -17,6 +20,7 @@
 #include "platform/plain_text.h"
 #include "platform/process.h"
 #include "platform/text.h"
+#include "platform/times_io.h"
 #include "platform/unicode_text.h"
 #include "run/job_connection.h"
 #include "verify/verification_record.h"
@@ -336,7 +340,39 @@ ExecResult RunPhases(RunContext& ctx) {
 
 }  // namespace
 
+namespace {
+
+// Sources named as symbolic links: every look through one during the run moves the link's own
+// access time, so the times it had at the start are put back, the link not followed, at the end.
+class SourceLinkTimes {
+ public:
+  explicit SourceLinkTimes(const std::vector<std::string>& sources) {
+    for (const std::string& path : sources) {
+      Link l{path};
+      if (!IsFileList(path) && ReadLinkTimes(AT_FDCWD, path, l.accessed, l.modified)) {
+        links_.push_back(l);
+      }
+    }
+  }
+  ~SourceLinkTimes() {
+    for (const Link& l : links_) WriteLinkTimes(AT_FDCWD, l.path, l.accessed, l.modified);
+  }
+  SourceLinkTimes(const SourceLinkTimes&) = delete;
+  SourceLinkTimes& operator=(const SourceLinkTimes&) = delete;
+
+ private:
+  struct Link {
+    std::string path;
+    FileTime accessed = 0;
+    FileTime modified = 0;
+  };
+  std::vector<Link> links_;
+};
+
+}  // namespace
+
 ExecResult ExecCopy(RunContext& ctx) {
+  const SourceLinkTimes linkTimes(ctx.settings.Sources);
   // Each handler ends the run at once: no close-down, and the run's state stays as it was.
   try {
     return RunPhases(ctx);

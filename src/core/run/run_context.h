@@ -9,6 +9,7 @@
 #include "jobdb/job_database.h"
 #include "platform/dialogs.h"
 #include "platform/event_pump.h"
+#include "platform/file_times.h"
 #include "platform/find_data.h"
 #include "platform/report.h"
 #include "run/job_settings.h"
@@ -37,6 +38,10 @@ struct FileInHand {
   // Why that transfer failed, as its record says it ("cannot write target: No space left on
   // device"); empty when the transfer gave no reason.
   std::string copyFailure;
+  // Its times as read before anything touched it, when they could be read: what its record
+  // checks the source still carries.
+  FileTimes sourceTimes;
+  bool sourceTimesRead = false;
   // Set for the first row a resumed queue takes: the row in hand when the job was stopped.
   bool rowMayBeHalfCopied = false;
 };

@@ -102,6 +102,27 @@ std::string CsvEncapsulate(RunContext& ctx, std::string& text) {
   return text;
 }
 
+namespace {
+
+// Empty when the source still carries the access and modification times read before the row
+// began, put back where they had moved; otherwise the words of its record.
+std::string SourceTimesNotKept(RunContext& ctx, const std::string& sourcePath) {
+  const FileTimes& before = ctx.file.sourceTimes;
+  FileTimes now;
+  auto kept = [&] {
+    return GetFileTimes(ctx, sourcePath, now) == 0 ||
+           (now.accessed == before.accessed && now.modified == before.modified);
+  };
+  if (kept()) return std::string();
+  SetFileTimes(ctx, sourcePath, before);
+  if (kept()) return std::string();
+  return now.modified != before.modified
+             ? "Source times changed and could not be set back"
+             : "Source access time changed and could not be set back";
+}
+
+}  // namespace
+
 std::string VerificationDate(FileTime t) { return GeneralDate(LocalFromFileTime(t)); }
 
 void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::string& targetPath,
@@ -165,6 +186,13 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
         }
       }
     }
+
+    // Reading a file moves its access time unless the reader owns it (or holds the right to
+    // act as its owner), and only such a reader may put it back: a source whose times could
+    // not be kept says so.
+    stage = "Checking source times";
+    std::string timesNotKept;
+    if (ctx.file.sourceTimesRead) timesNotKept = SourceTimesNotKept(ctx, sourcePath);
 
     stage = "srcHash/hashSource";
     stage = "Hash dest";
@@ -360,6 +388,7 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
       const std::string& why = ctx.file.copyFailure;
       fault(why.empty() ? std::string("Copy failed") : "Copy failed: " + why);
     }
+    if (!timesNotKept.empty()) fault(timesNotKept);
     if (!source.found) fault("Source file not found");
     if (!dest.found) fault("Destination file not found");
     if (unableToHashSource) fault("Unable to hash source");
