@@ -294,6 +294,9 @@ TEST_F(CollectionTest, ASourceTimeThatCouldNotBeKeptIsAnErrorOfThatFile) {
     if (l.find("mine.txt") != std::string::npos) mineLine = l;
   }
   EXPECT_NE(theirsLine.find(words), std::string::npos) << theirsLine;
+  // Date, "Hashes Match", "TS Exact Match": the hashes match, the times do not.
+  EXPECT_NE(theirsLine.find(",Y,N,"), std::string::npos) << theirsLine;
+  EXPECT_NE(mineLine.find(",Y,Y,"), std::string::npos) << mineLine;
   EXPECT_EQ(mineLine.find("(Source"), std::string::npos) << mineLine;
   EXPECT_EQ(test::Utf16FileText(logs + "/_errors.log"), src + "/theirs.txt\t" + words + "\r\n");
   // The owner's file read without a trace.

@@ -348,6 +348,8 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
       }
     }
 
+    // A source that no longer carries its own times matches nothing exactly.
+    if (!timesNotKept.empty()) exactMatch = false;
     stage = "Adding 'Exact Match' value to CSV";
     line += exactMatch ? "Y," : "N,";
 
