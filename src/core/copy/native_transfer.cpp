@@ -128,9 +128,11 @@ int CopyFileProgressRoutine(RunContext& ctx, int64_t totalFileSize, int64_t tota
 // as it was). An existing target is overwritten unless no one has a write bit on it; root is
 // refused too, since the kernel would let it write. A new target is private (0600) until its
 // caller gives it the source's mode. A failure part-way leaves the partial target in place;
-// only a cancel from the progress routine removes it. A failure leaves its words in `why`.
+// only a cancel from the progress routine removes it. A failure leaves its words in `why`;
+// `opened` tells whether the target was opened for writing at all.
 bool TransferBytes(RunContext& ctx, const std::string& source, const std::string& target,
-                   bool withProgress, std::string& why) {
+                   bool withProgress, std::string& why, bool& opened) {
+  opened = false;
   errno = 0;
   Descriptor in(OpenSource(LongPathPrefix(source)));
   if (in.get() < 0) {
@@ -166,6 +168,7 @@ bool TransferBytes(RunContext& ctx, const std::string& source, const std::string
     why = Failed("cannot create target", errno);
     return false;
   }
+  opened = true;
 
   const int64_t total = from.st_size;
   int64_t transferred = 0;
@@ -271,7 +274,8 @@ bool CopyFileWithProgress(RunContext& ctx, const std::string& source, const std:
     GoDebug("               Begin Copy Callback");
     ctx.progress.lblCurrentProcess = "Current Process: Copying File";
     std::string why;
-    const bool copied = TransferBytes(ctx, source, target, true, why);
+    bool opened = false;
+    const bool copied = TransferBytes(ctx, source, target, true, why, opened);
     ctx.file.copyFailure = why;
 
     GoDebug("               Roll TS");
@@ -289,7 +293,8 @@ bool CopyFileWithProgress(RunContext& ctx, const std::string& source, const std:
     GoDebug("               Roll Attributes");
 
     GoDebug("               Set Attributes");
-    GivePermissionBits(target, saved);
+    // A target the transfer refused (read-only, the source itself) keeps its own mode.
+    if (opened) GivePermissionBits(target, saved);
 
     GoDebug("               Roll TS");
     SetFileTimes(ctx, source, times);
@@ -406,7 +411,8 @@ bool CopyFilePlain(RunContext& ctx, const std::string& source, const std::string
     ctx.progress.lblCurrentProcess = "Current Process: Copying File";
     const std::optional<mode_t> mode = PermissionBits(source);
     std::string why;  // the companion file's own caller reports it
-    const bool copied = TransferBytes(ctx, source, target, false, why);
+    bool opened = false;
+    const bool copied = TransferBytes(ctx, source, target, false, why, opened);
     // The copy carries the source's mode, as a plain file copy does.
     if (copied) GivePermissionBits(target, mode);
     SetFileTimes(ctx, source, times);
