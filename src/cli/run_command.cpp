@@ -81,12 +81,13 @@ const char* OutcomeText(ExecOutcome o) {
   return "";
 }
 
-int ExitStatus(ExecOutcome o, const RunCounters& c) {
+// 0 only for a run with nothing recorded against it; `failures` says where things were.
+int ExitStatus(ExecOutcome o, const std::string& failures) {
   switch (o) {
     case ExecOutcome::Refused:
       return kExitRefused;
     case ExecOutcome::Completed:
-      return c.ErrorCount == 0 ? kExitDone : kExitDoneWithErrors;
+      return failures.empty() ? kExitDone : kExitDoneWithErrors;
     case ExecOutcome::Cancelled:
       return kExitCancelled;
     case ExecOutcome::Aborted:
@@ -226,8 +227,10 @@ is started, the report begins "The process has been canceled." and the exit stat
 second Ctrl-C ends the program at once.
 
 Exit status:
-  0   done without errors
-  1   done with errors, or the run was stopped by a failure
+  0   every file finished without an error and nothing else failed
+  1   anything failed: a file's error, a failure of the job database, the walk, a log or
+      the job file, files left unfinished, or a run stopped by a failure; one line on
+      standard error then says where the failures were recorded
   2   refused: a check before the run failed, or start-up failed
   3   cancelled
   64  wrong usage
@@ -335,7 +338,17 @@ int RunCommand(const std::vector<std::string>& args, std::istream& in, std::ostr
         out << "Outcome: " << OutcomeText(result.outcome) << "\n";
         break;
     }
-    return ExitStatus(result.outcome, c);
+    // A run that ran is only clean when nothing anywhere records a failure; the one line says
+    // where to look.
+    std::string failures;
+    if (result.outcome == ExecOutcome::Completed || result.outcome == ExecOutcome::Aborted) {
+      failures = WhereFailuresWereRecorded(ctx);
+      if (result.outcome == ExecOutcome::Aborted && failures.empty()) {
+        failures = "the messages above";
+      }
+      if (!failures.empty()) err << "ravelin-run: failures were recorded in: " << failures << "\n";
+    }
+    return ExitStatus(result.outcome, failures);
   } catch (const std::exception& e) {
     // A failure that escaped every handler of the core: report it rather than die unexplained.
     line.Erase();

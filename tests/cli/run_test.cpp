@@ -1,5 +1,6 @@
 // Whole runs of the runner, in-process and as the built program, on real temporary folders.
 #include <fcntl.h>
+#include <pwd.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -209,6 +210,10 @@ TEST(RunnerRuns, AnUnreadableSourceIsRecordedAndTheRunEndsWithErrors) {
   std::string closed = t.WriteFile("src/closed.txt", "secret");
   chmod((t / "src").c_str(), 0755);
   chmod((t / "src/readable.txt").c_str(), 0644);
+  // Nobody's own, so that reading it leaves its times as they were.
+  const struct passwd* nobody = getpwnam("nobody");
+  ASSERT_NE(nobody, nullptr);
+  ASSERT_EQ(chown((t / "src/readable.txt").c_str(), nobody->pw_uid, nobody->pw_gid), 0);
   chmod(closed.c_str(), 0600);  // root's own; nobody can't read it
   Ran r = Binary({"--yes", "--target", "out", "--log", "logs", "src"}, t.path(), true);
   ASSERT_NE(r.status, test::kChildCannotSetUp) << "could not become nobody";

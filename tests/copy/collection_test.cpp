@@ -1,5 +1,7 @@
 // Whole collections through ExecCopy on real trees: what a user checks afterwards.
 #include <fcntl.h>
+#include <pwd.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,6 +39,12 @@ Snapshot Take(const std::string& path) {
   stat(path.c_str(), &st);
   return {st.st_mode, f.lastAccessTime, f.lastWriteTime,
           S_ISREG(st.st_mode) ? test::ReadBytesQuietly(path) : std::string()};
+}
+
+void GiveToNobody(const std::string& path) {
+  const struct passwd* nobody = getpwnam("nobody");
+  ASSERT_NE(nobody, nullptr);
+  ASSERT_EQ(lchown(path.c_str(), nobody->pw_uid, nobody->pw_gid), 0) << path;
 }
 
 class CollectionTest : public ::testing::Test {
@@ -197,6 +205,7 @@ TEST_F(CollectionTest, ASourceThatCannotBeReadLeavesNoTargetAndIsRecorded) {
   chmod(dir.path().c_str(), 0755);
   chmod(src.c_str(), 0755);
   chmod((src + "/open.txt").c_str(), 0644);
+  GiveToNobody(src + "/open.txt");  // so that reading it leaves its times as they were
   chmod((src + "/closed.txt").c_str(), 0600);  // root's, unreadable to nobody
   chmod(dir.MakeDir("target").c_str(), 0777);
   chmod(dir.MakeDir("logs").c_str(), 0777);
@@ -220,6 +229,96 @@ TEST_F(CollectionTest, ASourceThatCannotBeReadLeavesNoTargetAndIsRecorded) {
   EXPECT_NE(closedLine.find("(File size mismatch) "), std::string::npos) << closedLine;
   EXPECT_NE(closedLine.find("N/A"), std::string::npos) << closedLine;
   EXPECT_TRUE(fs::exists(logs + "/_errors.log"));
+}
+
+TEST_F(CollectionTest, ATargetThatFillsUpIsRecordedWithItsOwnWords) {
+  dir.WriteFile("evidence/large.bin", std::string(2 << 20, 'x'));
+  dir.MakeDir("target");
+  test::ChildOutcome child = test::RunInChild([&](std::string& out) {
+    // A target file system of 1 MiB, in a namespace of the child's own.
+    if (!test::EnterPrivateMountNamespace() ||
+        mount("tmpfs", target.c_str(), "tmpfs", 0, "size=1m") != 0) {
+      return test::kChildCannotSetUp;
+    }
+    ExecResult r = ExecCopy(ctx);
+    out = IntText(static_cast<int>(r.outcome)) + "|" + IntText(ctx.counters.ErrorCount) + "\n";
+    for (const auto& l : test::Utf16FileLines(logs + "/_verification_log.csv")) {
+      if (l.find("large.bin") != std::string::npos) out += l;
+    }
+    out += "\n" + test::Utf16FileText(logs + "/_errors.log");
+    return 0;
+  });
+  if (child.exitCode == test::kChildCannotSetUp) {
+    GTEST_SKIP() << "needs a mount namespace of its own to mount a small tmpfs as the target";
+  }
+  ASSERT_EQ(child.exitCode, 0);
+  const std::string words = "(Copy failed: cannot write target: No space left on device) ";
+  EXPECT_EQ(child.output.substr(0, child.output.find('\n')),
+            IntText(static_cast<int>(ExecOutcome::Completed)) + "|1")
+      << child.output;
+  // Once in the CSV line, once in _errors.log; never worded as a source in use.
+  size_t first = child.output.find(words);
+  ASSERT_NE(first, std::string::npos) << child.output;
+  EXPECT_NE(child.output.find(words, first + 1), std::string::npos) << child.output;
+  EXPECT_EQ(child.output.find("Source file in use"), std::string::npos) << child.output;
+}
+
+TEST_F(CollectionTest, ASourceTimeThatCouldNotBeKeptIsAnErrorOfThatFile) {
+  if (!test::CanBecomeNobody()) GTEST_SKIP() << "needs root to run the case as user nobody";
+  dir.WriteFile("evidence/mine.txt", "mine");
+  dir.WriteFile("evidence/theirs.txt", "theirs");
+  chmod(dir.path().c_str(), 0755);
+  chmod(src.c_str(), 0755);
+  chmod((src + "/theirs.txt").c_str(), 0644);  // root's: nobody may read it, not set its times
+  // Old times, so that a read moves the access time whatever the mount's atime rule.
+  StampSource();
+  GiveToNobody(src + "/mine.txt");
+  GiveToNobody(src);
+  chmod(dir.MakeDir("target").c_str(), 0777);
+  chmod(dir.MakeDir("logs").c_str(), 0777);
+  const Snapshot mine = Take(src + "/mine.txt");
+  test::ChildOutcome child = test::RunInChild([&](std::string& out) {
+    if (!test::BecomeNobody()) return test::kChildCannotSetUp;
+    ExecCopy(ctx);
+    out = IntText(ctx.counters.ErrorCount) + "|" + IntText(ctx.counters.FilesProcessed);
+    return 0;
+  });
+  ASSERT_NE(child.exitCode, test::kChildCannotSetUp) << "could not become nobody";
+  ASSERT_EQ(child.exitCode, 0);
+  EXPECT_EQ(child.output, "1|2");
+  EXPECT_EQ(test::ReadBytes(target + "/evidence/theirs.txt"), "theirs");
+  const std::string words = "(Source access time changed and could not be set back) ";
+  std::string theirsLine, mineLine;
+  for (const auto& l : test::Utf16FileLines(logs + "/_verification_log.csv")) {
+    if (l.find("theirs.txt") != std::string::npos) theirsLine = l;
+    if (l.find("mine.txt") != std::string::npos) mineLine = l;
+  }
+  EXPECT_NE(theirsLine.find(words), std::string::npos) << theirsLine;
+  // Date, "Hashes Match", "TS Exact Match": the hashes match, the times do not.
+  EXPECT_NE(theirsLine.find(",Y,N,"), std::string::npos) << theirsLine;
+  EXPECT_NE(mineLine.find(",Y,Y,"), std::string::npos) << mineLine;
+  EXPECT_EQ(mineLine.find("(Source"), std::string::npos) << mineLine;
+  EXPECT_EQ(test::Utf16FileText(logs + "/_errors.log"), src + "/theirs.txt\t" + words + "\r\n");
+  // The owner's file read without a trace.
+  EXPECT_EQ(Take(src + "/mine.txt").atime, mine.atime);
+}
+
+TEST_F(CollectionTest, ASourceNamedThroughALinkLeavesTheLinksOwnTimes) {
+  const std::string outside = dir.WriteFile("outside.txt", "through the link");
+  ASSERT_EQ(symlink(outside.c_str(), (src + "/link.txt").c_str()), 0);
+  const struct timespec old[2] = {{1400000000, 123456700}, {1300000000, 765432100}};
+  ASSERT_EQ(utimensat(AT_FDCWD, (src + "/link.txt").c_str(), old, AT_SYMLINK_NOFOLLOW), 0);
+  // Met in the walk and named on its own as well, where the run's checks look through it too.
+  ctx.settings.Sources = {src, src + "/link.txt"};
+
+  ExecResult r = ExecCopy(ctx);
+  ASSERT_EQ(r.outcome, ExecOutcome::Completed);
+  EXPECT_EQ(test::ReadBytes(target + "/evidence/link.txt"), "through the link");
+  struct stat st {};
+  ASSERT_EQ(lstat((src + "/link.txt").c_str(), &st), 0);
+  EXPECT_EQ(st.st_atim.tv_sec, old[0].tv_sec);
+  EXPECT_EQ(st.st_atim.tv_nsec, old[0].tv_nsec);
+  EXPECT_EQ(st.st_mtim.tv_sec, old[1].tv_sec);
 }
 
 }  // namespace

@@ -163,6 +163,37 @@ TEST_F(NativeTransferTest, ReadOnlyOnEitherSideAndTheSourceUnderAnotherName) {
   }
 }
 
+TEST_F(NativeTransferTest, EachRefusalLeavesItsWordsForTheRecord) {
+  const std::string source = dir.WriteFile("source", "new");
+  const std::string readOnly = dir.WriteFile("ro", "keep me");
+  ASSERT_EQ(chmod(readOnly.c_str(), 0444), 0);
+  const std::string fifo = dir / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const struct {
+    std::string from, to, words;
+  } cases[] = {
+      {source, readOnly, "target is read-only"},
+      {source, source, "target is the source itself"},
+      {source, fifo, "target is not a regular file"},
+      {dir / "missing", dir / "t", "cannot open source: No such file or directory"},
+      {source, dir / "no folder/t", "cannot create target: No such file or directory"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.to);
+    // In a child with an alarm: a FIFO that were opened would block for good.
+    const auto outcome = test::RunInChild([&](std::string& out) {
+      alarm(10);
+      out = CopyFileWithProgress(ctx, c.from, c.to) ? "copied" : ctx.file.copyFailure;
+      // The plain copy refuses the same targets.
+      if (CopyFilePlain(ctx, c.from, c.to)) out += " but the plain copy went on";
+      return 0;
+    });
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_EQ(outcome.output, c.words);
+  }
+  EXPECT_EQ(ReadBytes(readOnly), "keep me");
+}
+
 TEST_F(NativeTransferTest, ASourceThatCannotBeOpenedLeavesNoTarget) {
   const std::string fifo = dir / "fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);

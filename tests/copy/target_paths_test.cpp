@@ -115,8 +115,8 @@ TEST_F(TargetPathsTest, CollisionNamesTakeTheFirstFreeNumber) {
       {"c.tar.gz", "c.tar(1).gz"},  // a gap is filled
       {"free.txt", "free.txt"},     // a free name comes back as it is
       {"b", "b(1)"},                // no extension; a folder of that name does not count as used
-      // The dot is looked for in the whole path: one only in a folder name leaves the path as is.
-      {"v1.0/readme", "v1.0/readme"},
+      // A dot in a folder name is no extension: the name is numbered, never left to overwrite.
+      {"v1.0/readme", "v1.0/readme(1)"},
   };
   for (const auto& [name, expected] : cases)
     EXPECT_EQ(GetCollisionName(ctx, dir / name), dir / expected);

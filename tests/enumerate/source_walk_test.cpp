@@ -315,14 +315,14 @@ TEST_F(FileListTest, APlainListNamesFilesAndFoldersByItsFirstField) {
   EXPECT_EQ(Log("_flist_errs.log"), "Could not find \r\nCould not find " + dir / "gone.txt" + "\r\n");
 }
 
-TEST_F(FileListTest, AUtf16ListIsReadWithItsQuirks) {
+TEST_F(FileListTest, AUtf16ListIsReadWhole) {
   std::string f1 = dir.WriteFile("src/\xc3\xa9t\xc3\xa9.txt", "1");
   std::string f2 = dir.WriteFile("src/two.txt", "2");
-  // The last line has no line end: it never leaves the remainder, so it is not enumerated.
+  // The last line counts without a line end.
   std::string list = dir.WriteFile(
       "list16.txt", Utf16(f1 + "\tx\r\n" + dir / "gone.txt" + "\r\n" + f2, true));
   TallyList(list);
-  EXPECT_EQ(Sources(), std::vector<std::string>{f1});
+  EXPECT_EQ(Sources(), (std::vector<std::string>{f1, f2}));
   EXPECT_EQ(Log("_flist_errs.log").substr(0, 2), "\xFF\xFE");
   EXPECT_EQ(test::Utf16FileText(logs + "/_flist_errs.log"), "Could not find " + dir / "gone.txt" + "\r\n");
 }

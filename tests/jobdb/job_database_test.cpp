@@ -94,21 +94,42 @@ TEST_F(JobDatabaseTest, CreatedAndRepairedDatabasesDifferAsDesigned) {
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
-TEST_F(JobDatabaseTest, ValidationLeavesAGoodDatabaseAloneAndRebuildsAForeignFile) {
+TEST_F(JobDatabaseTest, ValidationLeavesAGoodDatabaseAloneAndNeverEmptiesADamagedOne) {
   CreateJobDatabase(ctx, db);
-  InsertFile(dir.path(), "kept.txt");
+  for (int i = 0; i < 400; ++i) InsertFile(dir.path(), "kept" + std::to_string(i) + ".txt");
   FlushQueryBuffer(ctx);
   DropConnection(ctx);
   EXPECT_TRUE(ValidateJobDatabase(ctx, db)) << "an empty tHashes is still a tHashes";
-  EXPECT_EQ(Count("tFiles"), 1);
+  EXPECT_EQ(Count("tFiles"), 400);
   EXPECT_TRUE(Names("PRAGMA index_list(tFiles)").empty());
-
-  // A file that is no database is emptied and made again.
-  dir.WriteFile("_job.sdb", "not a database, just text that happens to carry this name.....");
-  EXPECT_TRUE(ValidateJobDatabase(ctx, db));
   EXPECT_TRUE(dialogs.shown.empty());
-  EXPECT_EQ(Count("tFiles"), 0);
-  EXPECT_EQ(Names("PRAGMA index_list(tFiles)"), std::set<std::string>{"iCompleted"});
+  const std::string good = ReadBytes(db);
+  ASSERT_GT(good.size(), 32768u);
+
+  // A job's database is its only record: whatever is wrong with it, the box says so and the
+  // bytes stay as they were.
+  std::string noise(100000, '\0');
+  for (size_t i = 0; i < noise.size(); ++i) noise[i] = static_cast<char>((i * 7919 + 13) % 251);
+  const struct {
+    const char* name;
+    std::string bytes;
+  } damaged[] = {
+      {"text", "not a database, just text that happens to carry this name....."},
+      {"random bytes", noise},
+      {"cut to 16 KiB", good.substr(0, 16384)},
+      {"a page overwritten", good.substr(0, 8192) + std::string(4096, 'x') + good.substr(12288)},
+  };
+  for (const auto& d : damaged) {
+    SCOPED_TRACE(d.name);
+    dialogs.shown.clear();
+    dir.WriteFile("_job.sdb", d.bytes);
+    EXPECT_FALSE(ValidateJobDatabase(ctx, db));
+    ASSERT_EQ(dialogs.shown.size(), 1u);
+    EXPECT_TRUE(dialogs.shown[0].text.starts_with("DB Validation Error: \r\n"))
+        << dialogs.shown[0].text;
+    EXPECT_EQ(ReadBytes(db), d.bytes);
+    ctx.db.reset();
+  }
 }
 
 TEST_F(JobDatabaseTest, FailuresToMakeOrRepairShowTheirBoxes) {
@@ -282,18 +303,29 @@ TEST_F(JobDatabaseTest, FailedFlushesAreLoggedAndKeepTheirStatements) {
   EXPECT_THROW(FlushQueryBuffer(ctx), RunError);
 }
 
-TEST_F(JobDatabaseTest, ARepairedDatabaseRefusesFolderRows) {
+TEST_F(JobDatabaseTest, AStatementThatFailsIsDroppedAloneAndNamed) {
+  // A repaired database has no tFolders: the folder row fails, the file rows around it stay.
   dir.WriteFile("_job.sdb", "");
   ValidateJobDatabase(ctx, db);
   InsertFile(dir.path(), "a.txt");
   InsertFolderRow(ctx, dir.path() + "/", FindData{});
+  InsertFile(dir.path(), "b.txt");
   FlushQueryBuffer(ctx);
-  EXPECT_EQ(SilentLog(),
-            "Error while flushing query buffer.\r\n1: no such table: tFolders\r\n"
-            "Stage: Looping through buffered queries\r\n" +
-                kBufferDashes + "\r\n");
-  EXPECT_EQ(ctx.queryBuffer.statements.size(), 2u) << "the batch stays for the next flush";
-  EXPECT_EQ(Count("tFiles"), 0) << "the transaction is left open, uncommitted";
+  const std::string log = SilentLog();
+  EXPECT_TRUE(log.starts_with("Error while flushing query buffer.\r\n1: no such table: tFolders\r\n"
+                              "Insert into tFolders("))
+      << log;
+  EXPECT_TRUE(log.ends_with("Stage: Looping through buffered queries\r\n" + kBufferDashes + "\r\n"))
+      << log;
+  EXPECT_TRUE(ctx.queryBuffer.statements.empty());
+  EXPECT_EQ(Count("tFiles"), 2) << "later rows are not taken with it";
+
+  // A statement that can't even be read (a NUL cuts its text) is dropped the same way.
+  InsertFile(dir.path(), std::string("c\0d.txt", 7));
+  InsertFile(dir.path(), "e.txt");
+  FlushQueryBuffer(ctx);
+  EXPECT_EQ(Count("tFiles"), 3);
+  EXPECT_TRUE(ctx.queryBuffer.statements.empty());
 }
 
 }  // namespace

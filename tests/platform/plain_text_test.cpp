@@ -57,5 +57,12 @@ TEST_F(PlainTextTest, FailuresGiveTheSystemsError) {
   EXPECT_EQ(err, EISDIR);
 }
 
+TEST_F(PlainTextTest, AHalfWrittenLineNeverRunsIntoTheNext) {
+  const std::string log = tmp.WriteFile("log.txt", "whole\r\ncut sho");
+  ASSERT_TRUE(AppendLine(log, "next"));
+  ASSERT_TRUE(AppendLine(log, "after"));
+  EXPECT_EQ(ReadBytes(log), "whole\r\ncut sho\r\nnext\r\nafter\r\n");
+}
+
 }  // namespace
 }  // namespace qr

@@ -106,5 +106,28 @@ TEST_F(UnicodeFileTest, MissingFileIsNotCreatedAndTheFailureIsLogged) {
   EXPECT_FALSE(AppendUnicodeText(path, "x", false));
 }
 
+TEST_F(UnicodeFileTest, AHalfWrittenLineNeverRunsIntoTheNext) {
+  const std::string whole = std::string("\xFF\xFE", 2) + std::string("a\0\r\0\n\0", 6);
+  const struct {
+    const char* name;
+    std::string cut;
+  } cases[] = {
+      {"cut after a whole character", whole + std::string("1\0" "1\0", 4)},
+      {"cut inside a character", whole + std::string("1\0" "1", 3)},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string log = tmp.WriteFile("log.csv", c.cut);
+    ASSERT_TRUE(AppendUnicodeText(log, "next\r\n", false, nullptr));
+    const std::string text = test::Utf16FileText(log);
+    EXPECT_TRUE(text.ends_with("\r\nnext\r\n")) << text;
+    EXPECT_TRUE(text.starts_with("a\r\n11")) << text;
+  }
+  // A file that ends on a line end is appended to as it is.
+  const std::string log = tmp.WriteFile("clean.csv", whole);
+  ASSERT_TRUE(AppendUnicodeText(log, "next\r\n", false, nullptr));
+  EXPECT_EQ(test::Utf16FileText(log), "a\r\nnext\r\n");
+}
+
 }  // namespace
 }  // namespace qr

@@ -166,6 +166,14 @@ TEST_F(VerificationRecordTest, AGoodCopyGivesOneCleanLine) {
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
+TEST_F(VerificationRecordTest, TwoEmptyHashesAreNoMatch) {
+  // A file deleted before its turn: neither side can be hashed, and nothing is proven.
+  UseLogFolder(dir.MakeDir("log-none"));
+  std::string source = dir / "src/gone.txt", target = dir / "dst/gone.txt";
+  WriteVerificationRecord(ctx, source, target, "", "");
+  EXPECT_EQ(OnlyRow().at("Hashes Match"), "N");
+}
+
 TEST_F(VerificationRecordTest, EachHashBoxDecidesItsColumnsAndLineMatchesHeader) {
   const std::string source = File("src/a.txt", "abc");
   const std::string target = File("dst/a.txt", "abc");
@@ -289,6 +297,7 @@ TEST_F(VerificationRecordTest, AFailedCopyUsesTheTimesReadBeforeItAndDoesNotHash
   FindData t;
   ASSERT_TRUE(FindEntry(target, t));
   ctx.file.copyFailed = true;
+  ctx.file.copyFailure = "cannot write target: No space left on device";
   ctx.file.FCT = t.creationTime;
   ctx.file.FLAT = FileTimeFromUnix(kAccessed, 0);
   ctx.file.FLMT = FileTimeFromUnix(kModified - 7200, 0);
@@ -303,12 +312,13 @@ TEST_F(VerificationRecordTest, AFailedCopyUsesTheTimesReadBeforeItAndDoesNotHash
   EXPECT_EQ(row.at("Source Access Date"), DateOf(kAccessed));
   EXPECT_EQ(row.at("Source Modified Date"), DateOf(kModified - 7200));
   EXPECT_EQ(row.at("TS Exact Match"), "Y");
-  EXPECT_EQ(row.at("Error Messages"),
-            "(Unable to validate. Source file in use.) (Unable to validate. Source file in use.) ");
+  // The transfer's own reason, never a source in use: the source was not hashed at all.
+  EXPECT_EQ(row.at("Error Messages"), "(Copy failed: cannot write target: No space left on device) ");
   EXPECT_EQ(ctx.counters.ErrorCount, 1);
   EXPECT_EQ(ctx.counters.TimestampMismatches, 0);
   EXPECT_EQ(ctx.progress.listErrors,
-            std::vector<std::string>{"a.txt (Unable to validate. Source file in use.)"});
+            std::vector<std::string>{
+                "a.txt (Copy failed: cannot write target: No space left on device)"});
 }
 
 TEST_F(VerificationRecordTest, TimestampDifferencesWithinToleranceClearTheMatchBeyondItFlag) {

@@ -10,9 +10,13 @@
 #include "copy/target_paths.h"
 #include "platform/errors.h"
 #include "platform/file_times.h"
+#include "platform/find_data.h"
+#include "platform/logs.h"
 #include "platform/path_layer.h"
 #include "platform/paths.h"
+#include "platform/plain_text.h"
 #include "platform/text.h"
+#include "platform/times_io.h"
 #include "platform/unicode_text.h"
 #include "run/run_context.h"
 #include "verify/verification_record.h"
@@ -69,7 +73,21 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
   try {
     stage = "Initializing vars";
     ctx.file.copyFailed = false;
+    ctx.file.copyFailure.clear();
+    ctx.file.sourceTimesRead = false;
     bool shortName = false;
+    // A source named through a symbolic link: every look through the link moves the link's own
+    // access time, so its times are put back, the link not followed, whatever becomes of the row.
+    struct LinkTimes {
+      std::string path;
+      FileTime accessed = 0;
+      FileTime modified = 0;
+      bool isLink = false;
+      ~LinkTimes() {
+        if (isLink) WriteLinkTimes(AT_FDCWD, path, accessed, modified);
+      }
+    } linkTimes{sourcePath};
+    linkTimes.isLink = ReadLinkTimes(AT_FDCWD, sourcePath, linkTimes.accessed, linkTimes.modified);
 
     // A source named like a generated short name is written under a temporary name first and
     // gets its own name back after the transfer.
@@ -88,12 +106,31 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
       targetPath = GetTargetFilePath(ctx, sourcePath);
     }
 
+    // "Do Nothing" holds here too: a target that came to exist after the walk (two sources on
+    // one flat name, a list entry onto an existing file) is left alone and listed.
+    // The first row of a resumed queue is the one a kill may have left half copied: its target
+    // is its own, and is written again.
+    if (s.Collision == kCollisionDoNothing && !ctx.file.rowMayBeHalfCopied) {
+      const std::string finalTarget =
+          shortName ? targetPath.substr(0, targetPath.size() - 4) : targetPath;
+      FindData existing;
+      if (FindEntry(LongPathPrefix(finalTarget), existing)) {
+        int err = 0;
+        if (!AppendLine(SideLogPath(ctx.paths.ErrorLogPath, "_error", "_existing"), sourcePath,
+                        &err)) {
+          throw SystemError(err);
+        }
+        return;
+      }
+    }
+
     stage = "Getting host folder timestamps";
     FileTimes folderTimes;
     GetFileTimes(ctx, sourceFolder, folderTimes);
     stage = "Determining source file timestamps";
     FileTimes fileTimes;
-    GetFileTimes(ctx, sourcePath, fileTimes);
+    ctx.file.sourceTimesRead = GetFileTimes(ctx, sourcePath, fileTimes) == 1;
+    ctx.file.sourceTimes = fileTimes;
 
     stage = "Globalizing FCT";
     Globalize(ctx.file.FCT, fileTimes.created);
@@ -123,7 +160,7 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
 
     stage = "Detecting collision";
     if (targetFolder == sourceFolder) {
-      ctx.Message("Directory collision detected. Copy aborted.\r\n\r\nSource File:\r\n" +
+      ctx.ShowMessage("Directory collision detected. Copy aborted.\r\n\r\nSource File:\r\n" +
                       sourceFolder + kSep + fileName + "\r\n\r\nDestination File:\r\n" +
                       targetFolder + kSep + fileName,
                   Icon::Critical);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -73,6 +74,11 @@ int OpenSource(const std::string& path) {
   return fd;
 }
 
+// The words of a failed transfer: what could not be done, and the system's reason.
+std::string Failed(const char* what, int error) {
+  return std::string(what) + ": " + std::strerror(error);
+}
+
 // Reads until `n` bytes are in or the file ends. The count read, or -1 on a failure.
 ssize_t ReadFull(int fd, char* buffer, size_t n) {
   size_t done = 0;
@@ -122,25 +128,47 @@ int CopyFileProgressRoutine(RunContext& ctx, int64_t totalFileSize, int64_t tota
 // as it was). An existing target is overwritten unless no one has a write bit on it; root is
 // refused too, since the kernel would let it write. A new target is private (0600) until its
 // caller gives it the source's mode. A failure part-way leaves the partial target in place;
-// only a cancel from the progress routine removes it.
+// only a cancel from the progress routine removes it. A failure leaves its words in `why`;
+// `opened` tells whether the target was opened for writing at all.
 bool TransferBytes(RunContext& ctx, const std::string& source, const std::string& target,
-                   bool withProgress) {
+                   bool withProgress, std::string& why, bool& opened) {
+  opened = false;
+  errno = 0;
   Descriptor in(OpenSource(LongPathPrefix(source)));
-  if (in.get() < 0) return false;
+  if (in.get() < 0) {
+    why = errno != 0 ? Failed("cannot open source", errno) : "source is not a regular file";
+    return false;
+  }
   struct stat from {};
-  if (::fstat(in.get(), &from) != 0) return false;
+  if (::fstat(in.get(), &from) != 0) {
+    why = Failed("cannot read source", errno);
+    return false;
+  }
 
   const std::string to = LongPathPrefix(target);
   struct stat existing {};
   if (::stat(to.c_str(), &existing) == 0) {
     // Truncating the source through another of its names would destroy it.
-    if (existing.st_dev == from.st_dev && existing.st_ino == from.st_ino) return false;
+    if (existing.st_dev == from.st_dev && existing.st_ino == from.st_ino) {
+      why = "target is the source itself";
+      return false;
+    }
     // A FIFO would block the open; a folder can't be written anyway.
-    if (!S_ISREG(existing.st_mode)) return false;
-    if ((existing.st_mode & 0222) == 0) return false;
+    if (!S_ISREG(existing.st_mode)) {
+      why = "target is not a regular file";
+      return false;
+    }
+    if ((existing.st_mode & 0222) == 0) {
+      why = "target is read-only";
+      return false;
+    }
   }
   Descriptor out(::open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-  if (out.get() < 0) return false;
+  if (out.get() < 0) {
+    why = Failed("cannot create target", errno);
+    return false;
+  }
+  opened = true;
 
   const int64_t total = from.st_size;
   int64_t transferred = 0;
@@ -151,6 +179,7 @@ bool TransferBytes(RunContext& ctx, const std::string& source, const std::string
   auto cancel = [&] {
     out.Close();
     ::unlink(to.c_str());
+    why = "cancelled";
     return false;
   };
 
@@ -164,7 +193,11 @@ bool TransferBytes(RunContext& ctx, const std::string& source, const std::string
       if (n < 0) {
         const int err = errno;
         if (err == EINTR) continue;
-        if (err != EXDEV && err != EINVAL && err != ENOSYS && err != EOPNOTSUPP) return false;
+        if (err != EXDEV && err != EINVAL && err != ENOSYS && err != EOPNOTSUPP) {
+          // Either side may have refused; the full disk or the broken medium is named.
+          why = Failed("cannot write target", err);
+          return false;
+        }
         // Across file systems, or where the kernel can't: the same bytes by read and write.
         useRange = false;
         continue;
@@ -178,8 +211,12 @@ bool TransferBytes(RunContext& ctx, const std::string& source, const std::string
     } else {
       if (buffer.empty()) buffer.resize(kTransferChunk);
       n = ReadFull(in.get(), buffer.data(), buffer.size());
-      if (n < 0) return false;
+      if (n < 0) {
+        why = Failed("cannot read source", errno);
+        return false;
+      }
       if (n > 0 && !WriteAll(out.get(), std::string_view(buffer.data(), static_cast<size_t>(n)))) {
+        why = Failed("cannot write target", errno);
         return false;
       }
     }
@@ -187,7 +224,12 @@ bool TransferBytes(RunContext& ctx, const std::string& source, const std::string
     transferred += n;
     if (progress(kCallbackChunkFinished) == kProgressCancel) return cancel();
   }
-  return out.Close();
+  // A network or full disk may refuse only here, at the close.
+  if (!out.Close()) {
+    why = Failed("cannot write target", errno);
+    return false;
+  }
+  return true;
 }
 
 // The source's permission bits for the copy. The set-id and sticky bits are left out: a copy
@@ -231,7 +273,10 @@ bool CopyFileWithProgress(RunContext& ctx, const std::string& source, const std:
 
     GoDebug("               Begin Copy Callback");
     ctx.progress.lblCurrentProcess = "Current Process: Copying File";
-    const bool copied = TransferBytes(ctx, source, target, true);
+    std::string why;
+    bool opened = false;
+    const bool copied = TransferBytes(ctx, source, target, true, why, opened);
+    ctx.file.copyFailure = why;
 
     GoDebug("               Roll TS");
     SetFileTimes(ctx, source, times);
@@ -248,7 +293,8 @@ bool CopyFileWithProgress(RunContext& ctx, const std::string& source, const std:
     GoDebug("               Roll Attributes");
 
     GoDebug("               Set Attributes");
-    GivePermissionBits(target, saved);
+    // A target the transfer refused (read-only, the source itself) keeps its own mode.
+    if (opened) GivePermissionBits(target, saved);
 
     GoDebug("               Roll TS");
     SetFileTimes(ctx, source, times);
@@ -364,7 +410,9 @@ bool CopyFilePlain(RunContext& ctx, const std::string& source, const std::string
     GetFileTimes(ctx, source, times);
     ctx.progress.lblCurrentProcess = "Current Process: Copying File";
     const std::optional<mode_t> mode = PermissionBits(source);
-    const bool copied = TransferBytes(ctx, source, target, false);
+    std::string why;  // the companion file's own caller reports it
+    bool opened = false;
+    const bool copied = TransferBytes(ctx, source, target, false, why, opened);
     // The copy carries the source's mode, as a plain file copy does.
     if (copied) GivePermissionBits(target, mode);
     SetFileTimes(ctx, source, times);

@@ -226,10 +226,13 @@ std::string GetTargetFilePath(RunContext& ctx, const std::string& sourceFilePath
 std::string GetCollisionName(RunContext& ctx, const std::string& path) {
   if (!FileExists(path, &ctx)) return path;
   try {
-    // 1-based positions, 0 for "none". The dot is searched in the whole path, so a dot that
-    // lies only in a folder name comes before the slash and the base name can't be cut.
+    // 1-based positions, 0 for "none". Only a dot of the name itself starts an extension: one
+    // in a folder name would leave no free name, and the copy would overwrite.
     const size_t slashAt = path.rfind(kSep);
-    const size_t dotAt = path.rfind('.');
+    size_t dotAt = path.rfind('.');
+    if (slashAt != std::string::npos && dotAt != std::string::npos && dotAt < slashAt) {
+      dotAt = std::string::npos;
+    }
     const long slash = slashAt == std::string::npos ? 0 : static_cast<long>(slashAt) + 1;
     const long dot = dotAt == std::string::npos ? 0 : static_cast<long>(dotAt) + 1;
     const std::string folder = path.substr(0, static_cast<size_t>(slash));

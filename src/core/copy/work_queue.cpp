@@ -60,6 +60,7 @@ void ProcessRow(RunContext& ctx, const ResultSet& rs, std::string& stage) {
   std::string destPath = rs.Field("dest_path").Text();
   stage = "Processing file";
   ProcessFileRow(ctx, sourcePath, destPath, size, key);
+  ctx.file.rowMayBeHalfCopied = false;
   // Finished whatever became of the copy, and committed before the next file starts, so the
   // database is the record of progress and a killed run loses at most the row in hand.
   stage = "Updating completed flag";

@@ -48,7 +48,7 @@ std::string RegisterFileHash(RunContext& ctx, const std::string& path, const std
 
 void DumpHashList(RunContext& ctx, const std::string& path) {
   auto report = [&](int number, const std::string& description) {
-    ctx.Message("Hash List Dump Error\r\n" + IntText(number) + ": " + description, Icon::None);
+    ctx.ShowMessage("Hash List Dump Error\r\n" + IntText(number) + ": " + description, Icon::None);
   };
   try {
     DbConnection db;

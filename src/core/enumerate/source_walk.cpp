@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "copy/target_paths.h"
@@ -27,10 +28,8 @@ namespace qr {
 
 namespace {
 
-// The side logs take their names from the error log by a plain replacement over the whole
-// path, so "_errors.log" gives "_symlinkss.log" and "_errors_2.log" "_symlinkss_2.log".
 std::string SideLog(const RunContext& ctx, std::string_view from, std::string_view to) {
-  return ReplaceAll(ctx.paths.ErrorLogPath, from, to);
+  return SideLogPath(ctx.paths.ErrorLogPath, from, to);
 }
 
 void AppendPlain(const std::string& log, const std::string& line) {
@@ -68,7 +67,18 @@ struct WalkTotals {
   int32_t folders = 0;
   int32_t files = 0;
   int64_t bytes = 0;
+  // The run's own target and log folders, which the walk never enters: a target inside a source
+  // would otherwise collect the run's copies, its live database and its logs.
+  std::vector<ObjectId> ownFolders;
 };
+
+std::vector<ObjectId> OwnFolders(const RunContext& ctx) {
+  std::vector<ObjectId> own;
+  for (const std::string* path : {&ctx.settings.TargetPath, &ctx.settings.LogPath}) {
+    if (std::optional<ObjectId> id = IdentityOf(*path)) own.push_back(*id);
+  }
+  return own;
+}
 
 void EnumerateFolder(RunContext& ctx, std::string folder, WalkTotals& totals);
 
@@ -83,6 +93,8 @@ void WalkFile(RunContext& ctx, const std::string& folder, const FindData& e,
                     " (Not a regular file)");
     return;
   }
+  // A walk that finishes an interrupted one passes over what the first one found.
+  if (HasFileRow(ctx, path)) return;
   if (LooksLikeShortName(e.name)) AppendPlain(SideLog(ctx, "_error", "_shortpaths_for_long"), path);
   bool passes = WalkedFilePasses(s, range, folder, e);
   if (passes && s.Collision == kCollisionDoNothing &&
@@ -105,9 +117,17 @@ void WalkFile(RunContext& ctx, const std::string& folder, const FindData& e,
 }
 
 // One folder entry of a listing; true when the walk is to descend into it.
-bool WalkFolderEntry(RunContext& ctx, const std::string& folder, const FindData& e) {
+bool WalkFolderEntry(RunContext& ctx, const std::string& folder, const FindData& e,
+                     const WalkTotals& totals) {
   const JobSettings& s = ctx.settings;
   const std::string path = folder + e.name;
+  if ((e.attributes & kAttrReparsePoint) == 0 && !totals.ownFolders.empty()) {
+    const std::optional<ObjectId> id = IdentityOf(path);
+    if (id && std::find(totals.ownFolders.begin(), totals.ownFolders.end(), *id) !=
+                  totals.ownFolders.end()) {
+      return false;
+    }
+  }
   bool descend = true;
   if ((e.attributes & kAttrReparsePoint) != 0) {
     // Two independent bit tests: a tag holding both patterns lands in both logs.
@@ -152,7 +172,7 @@ void EnumerateFolder(RunContext& ctx, std::string folder, WalkTotals& totals) {
         if (ctx.counters.CancelRequested) return;
         if (e.IsDirectory()) {
           if (e.name == "." || e.name == "..") continue;
-          if (WalkFolderEntry(ctx, folder, e)) {
+          if (WalkFolderEntry(ctx, folder, e, totals)) {
             ++totals.folders;
             subfolders.push_back({e.name, TimesOf(e)});
           }
@@ -244,6 +264,7 @@ void TallySingleFile(RunContext& ctx, const std::string& path) {
                       " (Not a regular file)");
       return;
     }
+    if (HasFileRow(ctx, path)) return;
     if (FileExists(path, &ctx) && FilterSingleFile(ctx, path)) {
       std::string folder = FolderPart(path);
       InsertFileRow(ctx, folder, NamePart(path), e);
@@ -278,6 +299,7 @@ int32_t TallyFolder(RunContext& ctx, const std::string& path) {
     InsertFolderRow(ctx, folder, FindData{});
   }
   WalkTotals totals;
+  totals.ownFolders = OwnFolders(ctx);
   EnumerateFolder(ctx, folder, totals);
   FlushQueryBuffer(ctx);
   DropConnection(ctx);
@@ -285,6 +307,19 @@ int32_t TallyFolder(RunContext& ctx, const std::string& path) {
 }
 
 namespace {
+
+void RecordMissingEntry(RunContext& ctx, const std::string& entry, const std::string& missingLog,
+                        bool unicodeLog, std::string& stage) {
+  ctx.failures.missingEntriesLog = missingLog;
+  if (unicodeLog) {
+    stage = "Reserving pointer to file list error file";
+    if (!FileExists(missingLog)) CreateUnicodeFile(missingLog);
+    stage = "Opening pointer to file list error file";
+    AppendUnicodeText(missingLog, "Could not find " + entry + "\r\n", false, &ctx);
+  } else {
+    AppendPlain(missingLog, "Could not find " + entry);
+  }
+}
 
 // What one file-list line names: a file, a folder, or nothing.
 void TallyListEntry(RunContext& ctx, const std::string& field, const std::string& missingLog,
@@ -315,14 +350,23 @@ void TallyListEntry(RunContext& ctx, const std::string& field, const std::string
     ctx.counters.TotalFiles += TallyFolder(ctx, trimmed);
     return;
   }
-  if (unicodeLog) {
-    stage = "Reserving pointer to file list error file";
-    if (!FileExists(missingLog)) CreateUnicodeFile(missingLog);
-    stage = "Opening pointer to file list error file";
-    AppendUnicodeText(missingLog, "Could not find " + trimmed + "\r\n", false, &ctx);
-  } else {
-    AppendPlain(missingLog, "Could not find " + trimmed);
+  if (SpecialFileExists(trimmed)) {
+    // Found, but not a file to copy: the error line a walk gives it, never "Could not find".
+    ctx.counters.CurrentSourceRoot = FolderPart(trimmed);
+    TallySingleFile(ctx, trimmed);
+    return;
   }
+  RecordMissingEntry(ctx, trimmed, missingLog, unicodeLog, stage);
+}
+
+// An entry that holds a NUL byte names nothing on this system: it is recorded with the text
+// before the NUL and never looked up, so "/tmp/\0x" can't stand for all of /tmp.
+bool EndsAtNul(RunContext& ctx, const std::string& field, const std::string& missingLog,
+               bool unicodeLog, std::string& stage) {
+  const size_t nul = field.find('\0');
+  if (nul == std::string::npos) return false;
+  RecordMissingEntry(ctx, Trim(field.substr(0, nul)), missingLog, unicodeLog, stage);
+  return true;
 }
 
 void TallyPlainList(RunContext& ctx, const std::string& path, const std::string& missingLog,
@@ -331,9 +375,14 @@ void TallyPlainList(RunContext& ctx, const std::string& path, const std::string&
   if (!reader.ok()) throw SystemError(reader.error());
   std::string line;
   bool cancelled = false;
+  bool first = true;
   while (!cancelled && reader.Next(line)) {
+    // A UTF-8 byte-order mark belongs to the file, not to its first entry.
+    if (first && line.starts_with("\xEF\xBB\xBF")) line.erase(0, 3);
+    first = false;
     stage = "Grabbing first tab-delimited chunk";
     std::string field = line.substr(0, line.find('\t'));
+    if (EndsAtNul(ctx, field, missingLog, false, stage)) continue;
     // The plain reader filters ahead of the tally, which filters again: the outcome is the same.
     ctx.counters.CurrentSourceRoot.clear();
     if (FileExists(Trim(field))) {
@@ -349,10 +398,20 @@ void TallyPlainList(RunContext& ctx, const std::string& path, const std::string&
   }
 }
 
-// The UTF-16 reader takes 2049 bytes a read and does not realign, a last line without a line
-// end never leaves the remainder: both are how lists of this kind have always been read.
+// The path of a file-list entry: behind the marker and the blanks around it, however many, so
+// that "[File List]/path" names its list too.
+std::string FileListPath(const std::string& entry) {
+  size_t at = entry.find("[File List]");
+  if (at == std::string::npos) return std::string();
+  at = entry.find_first_not_of(' ', at + std::string_view("[File List]").size());
+  return at == std::string::npos ? std::string() : entry.substr(at);
+}
+
+// Reads the list whole: whole characters a read, so no read ends on half of one; lines end in
+// CR LF or LF; the last line counts without a line end; a NUL ends its entry only. `first` is
+// the first byte of text counting from 1: 3 behind the byte-order mark, 1 without one.
 void TallyUnicodeList(RunContext& ctx, const std::string& path, const std::string& missingLog,
-                      std::string& stage) {
+                      int64_t first, std::string& stage) {
   stage = "Initializing remainder string";
   std::u16string remainder;
   stage = "Getting UC file pointer";
@@ -364,62 +423,65 @@ void TallyUnicodeList(RunContext& ctx, const std::string& path, const std::strin
     ~Closer() { close(fd); }
   } closer{fd};
   stage = "Initializing bytes to read";
-  int64_t chunk = 2048;
+  constexpr int64_t kChunk = 2048;  // even: a read never splits a character
   stage = "Initializing last position";
-  int64_t position = 3;  // the first byte behind the mark, counting from 1
+  int64_t position = first;
   stage = "Initializing line length";
   stage = "Determining length of file";
   const int64_t length = lseek(fd, 0, SEEK_END);
-  stage = "Accounting for BTR overflow";
-  if (length < 2048) chunk = length;
+  if (length < 0) throw SystemError(errno);
   bool cancelled = false;
-  while (true) {
+  auto takeLine = [&](std::u16string line) {
+    if (!line.empty() && line.back() == u'\r') line.pop_back();
+    stage = "Splitting line by tabs";
+    stage = "Grabbing first tab-delimited chunk";
+    const std::string field = Trim(Utf16ToUtf8(line.substr(0, line.find(u'\t'))));
+    if (!EndsAtNul(ctx, field, missingLog, true, stage)) {
+      TallyListEntry(ctx, field, missingLog, true, stage, cancelled);
+    }
+  };
+  while (!cancelled) {
     stage = "Checking last position and file size loop conditions";
-    if (position >= length) break;
+    if (position > length) break;
     stage = "Setting size of byte array";
-    std::vector<unsigned char> bytes(static_cast<size_t>(chunk + 1), 0);
-    stage = "Setting Line Length";
-    stage = "Reading " + IntText(chunk + 1) + " bytes beginning at " + IntText(position) +
+    const int64_t want = std::min(kChunk, length - position + 1);
+    std::vector<unsigned char> bytes(static_cast<size_t>(want), 0);
+    stage = "Reading " + IntText(want) + " bytes beginning at " + IntText(position) +
             " from file of " + IntText(length) + " bytes.";
-    // A read past the end leaves zero bytes at the tail.
-    if (pread(fd, bytes.data(), bytes.size(), position - 1) < 0) throw SystemError(errno);
-    position += chunk + 1;
+    const ssize_t got = pread(fd, bytes.data(), bytes.size(), position - 1);
+    if (got < 0) throw SystemError(errno);
+    if (got == 0) break;
+    position += got;
     stage = "Setting input from byte array";
-    std::u16string text;
-    for (size_t i = 0; i < bytes.size(); i += 2) {
-      char16_t lo = bytes[i];
-      char16_t hi = i + 1 < bytes.size() ? bytes[i + 1] : 0;
-      text += static_cast<char16_t>(lo | (hi << 8));
+    // A stray last byte is half a character: nothing to read.
+    std::u16string text = remainder;
+    for (ssize_t i = 0; i + 1 < got; i += 2) {
+      text += static_cast<char16_t>(bytes[i] | (bytes[i + 1] << 8));
     }
-    stage = "Adding remainder string to incoming line data";
-    text = remainder + text;
-    stage = "Setting new remainder string";
-    const size_t lastEnd = text.rfind(u"\r\n");
-    stage = "Setting line end position";
-    if (lastEnd != std::u16string::npos) remainder = text.substr(lastEnd + 2);
-    stage = "Grabbing path from input data";
     stage = "Extracting lines from input";
-    if (lastEnd != std::u16string::npos) {
+    size_t start = 0;
+    for (size_t end = text.find(u'\n'); !cancelled && end != std::u16string::npos;
+         end = text.find(u'\n', start)) {
       stage = "Looping through lines";
-      size_t start = 0;
-      while (!cancelled && start <= lastEnd) {
-        stage = "Checking for line data";
-        size_t end = text.find(u"\r\n", start);
-        std::u16string line = text.substr(start, end - start);
-        start = end + 2;
-        stage = "Checking for last line chunk";
-        stage = "Splitting line by tabs";
-        stage = "Comparing current path to remainder string";
-        stage = "Grabbing first tab-delimited chunk";
-        std::string field = Trim(Utf16ToUtf8(line.substr(0, line.find(u'\t'))));
-        TallyListEntry(ctx, field, missingLog, true, stage, cancelled);
-      }
-      if (cancelled) return;
+      takeLine(text.substr(start, end - start));
+      start = end + 1;
     }
-    stage = "Setting new line position";
-    if (chunk > length - position) chunk = length - position;
-    stage = "Getting new line data";
+    stage = "Setting new remainder string";
+    remainder = text.substr(std::min(start, text.size()));
   }
+  stage = "Checking for last line chunk";
+  if (!cancelled && !remainder.empty()) takeLine(remainder);
+}
+
+// A list saved as UTF-16 without its byte-order mark: its first character is plain text with a
+// zero high byte. Read as plain text it would give "/" for every line.
+bool LooksLikeUtf16WithoutMark(const std::string& path) {
+  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  unsigned char head[4] = {0, 0, 0, 0};
+  const ssize_t n = pread(fd, head, sizeof head, 0);
+  close(fd);
+  return n == 4 && head[0] != 0 && head[1] == 0 && head[2] != 0 && head[3] == 0;
 }
 
 }  // namespace
@@ -427,12 +489,12 @@ void TallyUnicodeList(RunContext& ctx, const std::string& path, const std::strin
 void TallyFileList(RunContext& ctx, const std::string& entry) {
   std::string stage;
   try {
-    const std::string path = entry.size() > kFileListMarker.size()
-                                 ? entry.substr(kFileListMarker.size())
-                                 : std::string();
+    const std::string path = FileListPath(entry);
     const std::string missingLog = SideLog(ctx, "error", "flist_err");
     if (IsUnicodeFile(path)) {
-      TallyUnicodeList(ctx, path, missingLog, stage);
+      TallyUnicodeList(ctx, path, missingLog, 3, stage);
+    } else if (LooksLikeUtf16WithoutMark(path)) {
+      TallyUnicodeList(ctx, path, missingLog, 1, stage);
     } else {
       TallyPlainList(ctx, path, missingLog, stage);
     }

@@ -1,10 +1,13 @@
 #include "exec/report.h"
 
 #include <cstdio>
+#include <vector>
 
 #include "copy/native_transfer.h"
+#include "jobdb/db_connection.h"
 #include "platform/errors.h"
 #include "platform/machine.h"
+#include "platform/path_layer.h"
 #include "platform/paths.h"
 #include "platform/plain_text.h"
 #include "platform/text.h"
@@ -34,6 +37,46 @@ std::string BuildReportText(const RunCounters& c, bool cancelled) {
          " files could not be matched exactly.\r\nSee log for details.\r\n";
   }
   return t;
+}
+
+namespace {
+
+// Files of the job that no pass has finished; -1 when the database can't be read. A run that
+// never made its database has told why in a box already.
+int64_t UnfinishedFiles(const std::string& databasePath) {
+  if (!FileExists(databasePath)) return 0;
+  try {
+    DbConnection db;
+    if (!db.Open(databasePath)) return -1;
+    ResultSet rs = db.Query("Select count(*) as n from tFiles where completed = '0'");
+    if (rs.RowCount() < 1) return -1;
+    rs.MoveFirst();
+    return rs.Field("n").Int64();
+  } catch (const RunError&) {
+    return -1;
+  }
+}
+
+}  // namespace
+
+std::string WhereFailuresWereRecorded(RunContext& ctx) {
+  std::vector<std::string> places;
+  if (ctx.counters.ErrorCount > 0) places.push_back(ctx.paths.ErrorLogPath);
+  if (ctx.failures.timestampLogWritten) places.push_back(ctx.paths.TimestampLogPath);
+  if (!ctx.failures.missingEntriesLog.empty()) places.push_back(ctx.failures.missingEntriesLog);
+  if (!ctx.failures.silentLogPath.empty()) places.push_back(ctx.failures.silentLogPath);
+  if (ctx.failures.boxShown) places.push_back("the messages above");
+  if (!ctx.paths.DatabasePath.empty()) {
+    const int64_t left = UnfinishedFiles(ctx.paths.DatabasePath);
+    if (left < 0) {
+      places.push_back(ctx.paths.DatabasePath + " (which could not be read)");
+    } else if (left > 0) {
+      places.push_back(ctx.paths.DatabasePath + " (files not finished: " + IntText(left) + ")");
+    }
+  }
+  std::string line;
+  for (const std::string& place : places) line += (line.empty() ? "" : "; ") + place;
+  return line;
 }
 
 void ActivityLog(RunContext& ctx, const std::string& text) {

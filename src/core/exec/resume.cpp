@@ -67,7 +67,7 @@ void SetResumeCounts(RunContext& ctx) {
       c.ErrorCount = 0;
       return;
     }
-    ctx.Message("Resume Count Set Error\r\n" + IntText(e.number()) + ": " + e.description(),
+    ctx.ShowMessage("Resume Count Set Error\r\n" + IntText(e.number()) + ": " + e.description(),
                 Icon::None);
   }
 }

@@ -1,6 +1,9 @@
 #include "exec/run_driver.h"
 
+#include <fcntl.h>
+
 #include <optional>
+#include <vector>
 
 #include "copy/target_paths.h"
 #include "copy/work_queue.h"
@@ -17,6 +20,7 @@
 #include "platform/plain_text.h"
 #include "platform/process.h"
 #include "platform/text.h"
+#include "platform/times_io.h"
 #include "platform/unicode_text.h"
 #include "run/job_connection.h"
 #include "verify/verification_record.h"
@@ -29,6 +33,10 @@ namespace {
 struct JobFileWriteFailure {
   std::string path;
 };
+
+// A job database that could not be opened or read: reported by its validation, and left as it
+// is, so the run writes nothing into it and ends.
+struct DatabaseUnusable {};
 
 // Exists as a folder, or could be created with every missing level.
 bool FolderExistsOrCreated(RunContext& ctx, const std::string& path) {
@@ -112,7 +120,7 @@ void ComputePaths(RunContext& ctx) {
 void PrepareJobFiles(RunContext& ctx) {
   const JobSettings& s = ctx.settings;
   if (FileExists(ctx.paths.DatabasePath)) {
-    ValidateJobDatabase(ctx, ctx.paths.DatabasePath);
+    if (!ValidateJobDatabase(ctx, ctx.paths.DatabasePath)) throw DatabaseUnusable{};
   } else {
     CreateJobDatabase(ctx, ctx.paths.DatabasePath);
   }
@@ -144,8 +152,17 @@ void Enumerate(RunContext& ctx) {
     line += " (Logs=" + s.LogPath + ")";
     ActivityLog(ctx, line);
   }
-  if (!ctx.Resuming) {
-    c.TotalFiles = 0;
+  // A resumed job whose walk never ended (killed or cancelled during it) is walked again, and
+  // only files without a row are added: nothing named for collection is left out.
+  ctx.queryBuffer.rewalkKeyLimit = 0;
+  const bool walk = !ctx.Resuming || !WalkEnded(ctx);
+  if (walk) {
+    if (ctx.Resuming) {
+      BeginRewalk(ctx);
+    } else {
+      c.TotalFiles = 0;
+    }
+    MarkWalkEnded(ctx, false);
     for (const auto& entry : s.Sources) {
       if (IsFileList(entry)) {
         GoDebug("Enumerating file list: " + entry);
@@ -162,8 +179,14 @@ void Enumerate(RunContext& ctx) {
         }
       }
     }
-    AddJobFileEntry(ctx, "[NUMFILES]\t" + IntText(c.TotalFiles));
-    AddJobFileEntry(ctx, "[JOBSIZE]\t" + IntText(c.TotalBytes));
+    if (!c.CancelRequested) MarkWalkEnded(ctx, true);
+    ctx.queryBuffer.rewalkKeyLimit = 0;
+    DropConnection(ctx);
+    // A resume leaves the job record alone.
+    if (!ctx.Resuming) {
+      AddJobFileEntry(ctx, "[NUMFILES]\t" + IntText(c.TotalFiles));
+      AddJobFileEntry(ctx, "[JOBSIZE]\t" + IntText(c.TotalBytes));
+    }
   }
   GoDebug("Enumeration complete. Found " + IntText(c.TotalFiles) + ".\r\n");
   GoDebug("Copying " + IntText(c.TotalFiles) + " Files.");
@@ -300,7 +323,9 @@ ExecResult RunPhases(RunContext& ctx) {
   // Phase 13: copying.
   c.CopyStartTime = Clock::now();
   c.CopyPhaseActive = true;
+  ctx.file.rowMayBeHalfCopied = ctx.Resuming;
   if (s.CopyFiles && copyPassAllowed) CopySources(ctx);
+  ctx.file.rowMayBeHalfCopied = false;
   GoDebug("Copy process completed.");
   c.EndTime = Clock::now();
   ctx.view.mainCaption = ctx.program.titleText;
@@ -315,21 +340,56 @@ ExecResult RunPhases(RunContext& ctx) {
 
 }  // namespace
 
+namespace {
+
+// Sources named as symbolic links: every look through one during the run moves the link's own
+// access time, so the times it had at the start are put back, the link not followed, at the end.
+class SourceLinkTimes {
+ public:
+  explicit SourceLinkTimes(const std::vector<std::string>& sources) {
+    for (const std::string& path : sources) {
+      Link l{path};
+      if (!IsFileList(path) && ReadLinkTimes(AT_FDCWD, path, l.accessed, l.modified)) {
+        links_.push_back(l);
+      }
+    }
+  }
+  ~SourceLinkTimes() {
+    for (const Link& l : links_) WriteLinkTimes(AT_FDCWD, l.path, l.accessed, l.modified);
+  }
+  SourceLinkTimes(const SourceLinkTimes&) = delete;
+  SourceLinkTimes& operator=(const SourceLinkTimes&) = delete;
+
+ private:
+  struct Link {
+    std::string path;
+    FileTime accessed = 0;
+    FileTime modified = 0;
+  };
+  std::vector<Link> links_;
+};
+
+}  // namespace
+
 ExecResult ExecCopy(RunContext& ctx) {
+  const SourceLinkTimes linkTimes(ctx.settings.Sources);
   // Each handler ends the run at once: no close-down, and the run's state stays as it was.
   try {
     return RunPhases(ctx);
   } catch (const JobFileWriteFailure& f) {
-    ctx.Message("Could not create the file/directory at " + f.path +
+    ctx.ShowMessage("Could not create the file/directory at " + f.path +
                     "\r\n\r\nPlease verify that you have the proper permissions to create this "
                     "file or directory.\r\nIf you are using a network path, please note that the "
                     "root paths of networked destinations may not be modifiable from this "
                     "location.",
                 Icon::Critical);
+  } catch (const DatabaseUnusable&) {
+    // Its box has been shown.
   } catch (const RunError& e) {
-    ctx.Message("Exec Error\r\n" + IntText(e.number()) + " : " + e.description(), Icon::None);
+    ctx.ShowMessage("Exec Error\r\n" + IntText(e.number()) + " : " + e.description(), Icon::None);
   } catch (const std::exception& e) {
-    ctx.Message("Exec Error\r\n" + IntText(kInternalErrorNumber) + " : " + e.what(), Icon::None);
+    ctx.ShowMessage("Exec Error\r\n" + IntText(kInternalErrorNumber) + " : " + e.what(),
+                    Icon::None);
   }
   return {ExecOutcome::Aborted, false};
 }

@@ -23,6 +23,9 @@ std::string SizeText(uint32_t sizeHigh, uint32_t sizeLow);
 // The statements buffered for the next transaction of enumeration.
 struct QueryBuffer {
   std::vector<std::string> statements;
+  // On a walk that finishes an interrupted one: the highest key that existed before it, so
+  // files up to it are not added twice. 0 on every other walk.
+  int64_t rewalkKeyLimit = 0;
   static constexpr size_t kFlushThreshold = 10000;
 };
 
@@ -31,7 +34,7 @@ void BuildJobSchema(DbConnection& db);
 // Those of a database rebuilt by validation: its tFiles has no "folder" column. The two ways of
 // making a database differ, and both kinds exist in the field.
 void BuildRepairedJobSchema(DbConnection& db);
-// False for an empty file, which is an empty database.
+// False for an empty file, which is an empty database: the one file that is given the tables.
 bool HasHashesTable(DbConnection& db);
 
 inline constexpr int kOutOfMemory = 7;

@@ -194,7 +194,8 @@ void AddSource(RunContext& ctx, std::string& path) {
   }
   if (FileOrDirExists("", path)) {
     AddFolder(ctx, path);
-  } else if (FileExists(path)) {
+  } else if (FileExists(path) || SpecialFileExists(path)) {
+    // A special file is listed like a file: the run then records it as an error of its own.
     AddFile(ctx, path);
   } else if (trimmed == "[LDrive]" || trimmed == "[MDrive]" || trimmed == "[UserFolder]" ||
              trimmed == "[UserFolders]") {

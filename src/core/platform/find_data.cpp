@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "platform/paths.h"
+#include "platform/times_io.h"
 
 namespace qr {
 
@@ -87,10 +88,15 @@ Outcome Describe(int dirfd, const char* path, FindData& out, int& err, MountTest
     return Outcome::Found;
   }
   struct statx target {};
-  if (statx(dirfd, path, kFollow, kWanted, &target) != 0) {
+  const int followed = statx(dirfd, path, kFollow, kWanted, &target);
+  const int followError = errno;
+  // Looking through the link moved its own access time; a listing leaves no trace.
+  WriteLinkTimes(dirfd, path, FileTimeFromUnix(own.stx_atime.tv_sec, own.stx_atime.tv_nsec),
+                 FileTimeFromUnix(own.stx_mtime.tv_sec, own.stx_mtime.tv_nsec));
+  if (followed != 0) {
     // Dangling (or looping): the link's own record as a file, which then fails like a file
     // that vanished.
-    err = errno;
+    err = followError;
     SetTimes(out, own);
     SetSize(out, own.stx_size);
     out.kind = EntryKind::Regular;

@@ -53,6 +53,18 @@ bool FileExists(const std::string& path, Reporter* reporter) {
   return false;
 }
 
+bool SpecialFileExists(const std::string& path) {
+  struct stat st {};
+  if (path.empty() || stat(LongPathPrefix(path).c_str(), &st) != 0) return false;
+  return !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode);
+}
+
+std::optional<ObjectId> IdentityOf(const std::string& path) {
+  struct stat st {};
+  if (path.empty() || stat(LongPathPrefix(path).c_str(), &st) != 0) return std::nullopt;
+  return ObjectId{static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino)};
+}
+
 bool FileOrDirExists(const std::string& fileName, const std::string& folderPath) {
   if (fileName.empty() && folderPath.empty()) return false;
   std::string folder;

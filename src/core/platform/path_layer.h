@@ -1,6 +1,8 @@
 #pragma once
 // The existence tests through which the program touches the file system, and the single point
 // where a plain path would be converted for a system call.
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -28,5 +30,19 @@ bool FileExists(const std::string& path, Reporter* reporter = nullptr);
 // listing is searched for the bare name, case folded, passing over entries that carry only the
 // normal attribute. Both empty: false without a lookup. Both given: folderPath is ignored.
 bool FileOrDirExists(const std::string& fileName, const std::string& folderPath);
+
+// True for a FIFO, socket or device node (links followed), found without opening it: a source
+// that names one is recorded as an error rather than read, which could block for ever.
+bool SpecialFileExists(const std::string& path);
+
+// What a path names, links followed: the same folder reached by two spellings (a link, "..",
+// a second mount) has one identity.
+struct ObjectId {
+  uint64_t device = 0;
+  uint64_t inode = 0;
+  bool operator==(const ObjectId&) const = default;
+};
+// Empty when nothing can be found there.
+std::optional<ObjectId> IdentityOf(const std::string& path);
 
 }  // namespace qr

@@ -32,9 +32,22 @@ bool WriteFile(const std::string& path, std::string_view bytes, int flags, int* 
 }  // namespace
 
 bool AppendLine(const std::string& path, std::string_view text, int* error) {
-  std::string line(text);
+  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  if (fd < 0) return Fail(error, errno);
+  // A line cut short (a full disk, a kill) is ended first, so it never runs into this one.
+  std::string line;
+  char last = '\n';
+  const off_t size = lseek(fd, 0, SEEK_END);
+  if (size > 0 && pread(fd, &last, 1, size - 1) == 1 && last != '\n') line = kCrLf;
+  line += text;
   line += kCrLf;
-  return WriteFile(path, line, O_APPEND, error);
+  if (!WriteAll(fd, line)) {
+    const int err = errno;
+    close(fd);
+    return Fail(error, err);
+  }
+  if (close(fd) != 0) return Fail(error, errno);
+  return true;
 }
 
 bool WriteWholeFile(const std::string& path, std::string_view text, int* error) {

@@ -105,6 +105,28 @@ bool WriteFileTimes(const std::string& path, FileTime created, FileTime accessed
   return ok;
 }
 
+bool ReadLinkTimes(int dirfd, const std::string& path, FileTime& accessed, FileTime& modified) {
+  struct statx st {};
+  if (statx(dirfd, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_ATIME | STATX_MTIME,
+            &st) != 0 ||
+      !S_ISLNK(st.stx_mode)) {
+    return false;
+  }
+  accessed = FromStatx(st.stx_atime);
+  modified = FromStatx(st.stx_mtime);
+  return true;
+}
+
+bool WriteLinkTimes(int dirfd, const std::string& path, FileTime accessed, FileTime modified) {
+  FileTime nowAccessed = 0;
+  FileTime nowModified = 0;
+  if (!ReadLinkTimes(dirfd, path, nowAccessed, nowModified)) return false;
+  bool anything = false;
+  const struct timespec ts[2] = {Wanted(accessed, nowAccessed, anything),
+                                 Wanted(modified, nowModified, anything)};
+  return !anything || utimensat(dirfd, path.c_str(), ts, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 bool CanSetCreationTime(const std::string& path) {
   FileTime ignored = 0;
   return ReadCreationAttribute(path, ignored);

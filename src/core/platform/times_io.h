@@ -12,6 +12,12 @@ namespace qr {
 // False when the object can't be reached or a write failed; errno in `error`.
 bool WriteFileTimes(const std::string& path, FileTime created, FileTime accessed,
                     FileTime modified, int* error = nullptr);
+// A symbolic link's own access and modification times, the link not followed. False when
+// `path` is no symbolic link (or can't be reached).
+bool ReadLinkTimes(int dirfd, const std::string& path, FileTime& accessed, FileTime& modified);
+// Puts them back, the link not followed, where they differ: following a link moves its own
+// access time. False when they could not be written (only the link's owner may).
+bool WriteLinkTimes(int dirfd, const std::string& path, FileTime accessed, FileTime modified);
 // True where the file system holding `path` can take a creation time (an NTFS volume through
 // its system.ntfs_crtime attribute). Most Linux file systems cannot.
 bool CanSetCreationTime(const std::string& path);

@@ -98,7 +98,7 @@ bool AppendUnicodeText(const std::string& path, std::string_view text, bool writ
     return false;
   };
   // The file must exist: callers create it, with its mark, first.
-  const int fd = open(LongPathPrefix(path).c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+  const int fd = open(LongPathPrefix(path).c_str(), O_RDWR | O_APPEND | O_CLOEXEC);
   if (fd < 0) return fail(errno);
   struct stat st {};
   if (fstat(fd, &st) != 0 || (st.st_size == 3 && ftruncate(fd, 1) != 0)) {
@@ -107,7 +107,17 @@ bool AppendUnicodeText(const std::string& path, std::string_view text, bool writ
     return fail(err);
   }
   std::string bytes;
-  if (writeMark) bytes = "\xFF\xFE";
+  // A line cut short (a full disk, a kill) is realigned on a whole character and ended first,
+  // so it never runs into the line written now.
+  if (!writeMark && st.st_size > 3 && !text.empty() && text.back() == '\n') {
+    char tail[2] = {0, 0};
+    if (st.st_size % 2 != 0) {
+      bytes += std::string("\0\r\0\n\0", 5);
+    } else if (pread(fd, tail, 2, st.st_size - 2) == 2 && !(tail[0] == '\n' && tail[1] == 0)) {
+      bytes += std::string("\r\0\n\0", 4);
+    }
+  }
+  if (writeMark) bytes += "\xFF\xFE";
   bytes += Utf16LeBytes(Utf8ToUtf16(text));
   // Mark and text in one write, so no reader sees a mark without its line.
   if (!WriteAll(fd, bytes)) {

@@ -9,6 +9,7 @@
 #include "jobdb/job_database.h"
 #include "platform/dialogs.h"
 #include "platform/event_pump.h"
+#include "platform/file_times.h"
 #include "platform/find_data.h"
 #include "platform/report.h"
 #include "run/job_settings.h"
@@ -34,6 +35,24 @@ struct FileInHand {
   FileTime FLMT = 0;
   // Set when the program's own transfer of it failed; read by its verification record.
   bool copyFailed = false;
+  // Why that transfer failed, as its record says it ("cannot write target: No space left on
+  // device"); empty when the transfer gave no reason.
+  std::string copyFailure;
+  // Its times as read before anything touched it, when they could be read: what its record
+  // checks the source still carries.
+  FileTimes sourceTimes;
+  bool sourceTimesRead = false;
+  // Set for the first row a resumed queue takes: the row in hand when the job was stopped.
+  bool rowMayBeHalfCopied = false;
+};
+
+// What the handlers of this process reported beyond the counters, so that the headless runner's
+// exit status can tell the whole truth. The window's texts never read it.
+struct FailureRecord {
+  bool boxShown = false;        // a handler's message box
+  std::string silentLogPath;    // the silent log a handler wrote to, or tried to
+  bool timestampLogWritten = false;  // an error that went to _ts_mismatch.log, uncounted
+  std::string missingEntriesLog;     // a file-list entry that named nothing
 };
 
 class RunContext : public Reporter {
@@ -62,6 +81,7 @@ class RunContext : public Reporter {
   QueryBuffer queryBuffer;
   // On for a run whose Common Log path is set and passed its test.
   bool activityLogOn = false;
+  FailureRecord failures;
 
   FileInHand file;
 
@@ -71,7 +91,7 @@ class RunContext : public Reporter {
   // A message box titled with the program's title.
   Answer Message(const std::string& text, Icon icon, Buttons buttons = Buttons::Ok);
 
-  // Reporter.
+  // Reporter: every handler's box or silent-log line passes here and is noted in `failures`.
   bool SilentOption() const override { return settings.Silent; }
   void ShowMessage(const std::string& text, Icon icon) override;
   void WriteSilentLog(const std::string& text) override;

@@ -102,6 +102,27 @@ std::string CsvEncapsulate(RunContext& ctx, std::string& text) {
   return text;
 }
 
+namespace {
+
+// Empty when the source still carries the access and modification times read before the row
+// began, put back where they had moved; otherwise the words of its record.
+std::string SourceTimesNotKept(RunContext& ctx, const std::string& sourcePath) {
+  const FileTimes& before = ctx.file.sourceTimes;
+  FileTimes now;
+  auto kept = [&] {
+    return GetFileTimes(ctx, sourcePath, now) == 0 ||
+           (now.accessed == before.accessed && now.modified == before.modified);
+  };
+  if (kept()) return std::string();
+  SetFileTimes(ctx, sourcePath, before);
+  if (kept()) return std::string();
+  return now.modified != before.modified
+             ? "Source times changed and could not be set back"
+             : "Source access time changed and could not be set back";
+}
+
+}  // namespace
+
 std::string VerificationDate(FileTime t) { return GeneralDate(LocalFromFileTime(t)); }
 
 void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::string& targetPath,
@@ -165,6 +186,13 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
         }
       }
     }
+
+    // Reading a file moves its access time unless the reader owns it (or holds the right to
+    // act as its owner), and only such a reader may put it back: a source whose times could
+    // not be kept says so.
+    stage = "Checking source times";
+    std::string timesNotKept;
+    if (ctx.file.sourceTimesRead) timesNotKept = SourceTimesNotKept(ctx, sourcePath);
 
     stage = "srcHash/hashSource";
     stage = "Hash dest";
@@ -248,7 +276,10 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
     std::string line = CsvEncapsulate(ctx, now) + ",";
 
     stage = "Comparing hashes for match";
-    if (s.HashSource && s.HashDest) line += sourceHash == destHash ? "Y," : "N,";
+    // An empty hash proves nothing: two of them are no match.
+    if (s.HashSource && s.HashDest) {
+      line += sourceHash == destHash && !Trim(sourceHash).empty() ? "Y," : "N,";
+    }
 
     if (dest.found) {
       // A side that was not found shows "N/A": it has no date to compare, as a blank text has
@@ -317,6 +348,8 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
       }
     }
 
+    // A source that no longer carries its own times matches nothing exactly.
+    if (!timesNotKept.empty()) exactMatch = false;
     stage = "Adding 'Exact Match' value to CSV";
     line += exactMatch ? "Y," : "N,";
 
@@ -347,11 +380,17 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
     stage = "Inserting dest hash value into CSV string";
     if (s.HashDest) line += CsvEncapsulate(ctx, destHash) + ",";
 
-    auto fault = [&](const char* words) {
+    auto fault = [&](const std::string& words) {
       error = true;
-      errorString += "(" + std::string(words) + ") ";
+      errorString += "(" + words + ") ";
       ctx.progress.listErrors.push_back(fileName + " (" + words + ")");
     };
+    // The program's own transfer failed: its reason is the finding, never a source in use.
+    if (ctx.file.copyFailed) {
+      const std::string& why = ctx.file.copyFailure;
+      fault(why.empty() ? std::string("Copy failed") : "Copy failed: " + why);
+    }
+    if (!timesNotKept.empty()) fault(timesNotKept);
     if (!source.found) fault("Source file not found");
     if (!dest.found) fault("Destination file not found");
     if (unableToHashSource) fault("Unable to hash source");
@@ -362,7 +401,7 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
       fault("File size mismatch");
       line += "(File size mismatch) ";
     }
-    if (s.HashSource && s.HashDest && sourceHash != destHash) {
+    if (s.HashSource && s.HashDest && sourceHash != destHash && !ctx.file.copyFailed) {
       if (Trim(sourceHash).empty()) {
         fault("Unable to validate. Source file in use.");
         line += "(Unable to validate. Source file in use.) ";
@@ -396,6 +435,7 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
       } else {
         stage = "Opening discrepency log for output";
         const std::string& discrepancyLog = ctx.paths.TimestampLogPath;
+        ctx.failures.timestampLogWritten = true;
         stage = "Outputting to discrepency log";
         AppendPlainLine(discrepancyLog, sourcePath + "\t" + errorString);
         stage = "Closing discrepency log";
