@@ -163,7 +163,8 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
     }
 
     if (s.Robocopy) {
-      RunRobocopyProcess(ctx, command);
+      RunRobocopyProcess(ctx, command,
+                         RobocopyArguments(sourceFolder, targetFolder, fileName, flags));
       if (FileExists(targetPath)) {
         CountCopiedFile(ctx, size);
       } else if (CopyFileManual(ctx, sourcePath, targetPath) ||
