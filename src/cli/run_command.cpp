@@ -101,7 +101,7 @@ int ExitStatus(ExecOutcome o, const std::string& failures) {
 std::optional<ExecResult> RunJobFile(RunContext& ctx, const std::string& jobFile, bool resume,
                                      std::ostream& err) {
   if (!FileExists(jobFile)) {
-    err << "ravelin-run: no such job file: " << jobFile << "\n";
+    err << "ravelin-run: no such job file: " << TerminalText(jobFile) << "\n";
     return std::nullopt;
   }
   try {
