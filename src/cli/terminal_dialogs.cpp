@@ -186,6 +186,11 @@ std::string TerminalDialogs::SaveFile(const std::string& title, const std::strin
   return AskPath(title);
 }
 
+void TerminalDialogs::Notice(const std::string& text) {
+  if (line_ != nullptr) line_->Erase();
+  err_ << "ravelin-run: " << TerminalText(text) << "\n" << std::flush;
+}
+
 std::string TerminalDialogs::PickFolder(const std::string& title, const std::string&) {
   return AskPath(title);
 }

@@ -36,6 +36,7 @@ class TerminalDialogs : public Dialogs {
   std::string SaveFile(const std::string& title, const std::string& filter,
                        const std::string& startFolder) override;
   std::string PickFolder(const std::string& title, const std::string& startFolder) override;
+  void Notice(const std::string& text) override;
 
  private:
   void PrintHeader(const std::string& title, Icon icon);

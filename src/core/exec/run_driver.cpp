@@ -237,8 +237,10 @@ ExecResult CloseDown(RunContext& ctx) {
   ctx.Resuming = false;
   ctx.ResumeOfferAccepted = false;
   if (!Trim(ctx.settings.EndCommand).empty()) {
-    // Started and left to run; a failure to start is ignored.
-    StartResult started = StartShellHidden(ExpandVariables(ctx, ctx.settings.EndCommand));
+    // Started and left to run; a failure to start is ignored. The person sees first what runs.
+    const std::string command = ExpandVariables(ctx, ctx.settings.EndCommand);
+    ctx.dialogs.Notice("Starting the end command: " + command);
+    StartResult started = StartShellHidden(command);
     if (started.started) AbandonChild(started.pid);
   }
   if (ctx.program.flags.silent || ctx.program.flags.quit) result.endProgram = true;
