@@ -154,8 +154,11 @@ int32_t CreateLevelsFromSource(RunContext& ctx, const std::string& targetFolder,
 
 }  // namespace
 
-std::string GetTargetFolder(RunContext& ctx, const std::string& sourceFolder) {
+std::string GetTargetFolder(RunContext& ctx, const std::string& givenFolder) {
   const JobSettings& settings = ctx.settings;
+  // No "." or ".." part of a source may reach the target's text: a mapped path stays below the
+  // target root.
+  const std::string sourceFolder = LexicallyClean(givenFolder);
   try {
     const std::string& t = settings.TargetPath;
     std::string result;
@@ -174,7 +177,7 @@ std::string GetTargetFolder(RunContext& ctx, const std::string& sourceFolder) {
     } else {
       // The parent of the source root; a root without a separator has none, and the whole
       // source folder is kept below the target.
-      const std::string r = ParentFolder(ctx.counters.CurrentSourceRoot);
+      const std::string r = ParentFolder(LexicallyClean(ctx.counters.CurrentSourceRoot));
       result = WithTrailingSep(t);
       size_t start = r.size();
       if (start < sourceFolder.size() && sourceFolder[start] == kSep) ++start;
@@ -185,16 +188,17 @@ std::string GetTargetFolder(RunContext& ctx, const std::string& sourceFolder) {
     return WithTrailingSep(result);
   } catch (const RunError& e) {
     ReportFailure(ctx,
-                  "Cannot determine target file path for:" + std::string(kCrLf) + sourceFolder +
+                  "Cannot determine target file path for:" + std::string(kCrLf) + givenFolder +
                       std::string(kCrLf) + ErrorFacts(e),
                   Icon::Exclamation,
-                  "Cannot determine target folder for " + sourceFolder + " : " + ErrorFacts(e));
+                  "Cannot determine target folder for " + givenFolder + " : " + ErrorFacts(e));
     return std::string();
   }
 }
 
-std::string GetTargetFilePath(RunContext& ctx, const std::string& sourceFilePath) {
+std::string GetTargetFilePath(RunContext& ctx, const std::string& givenPath) {
   std::string stage;
+  const std::string sourceFilePath = LexicallyClean(givenPath);
   try {
     stage = "Determining file name segment";
     const size_t slash = sourceFilePath.rfind(kSep);
@@ -214,10 +218,10 @@ std::string GetTargetFilePath(RunContext& ctx, const std::string& sourceFilePath
     return result;
   } catch (const RunError& e) {
     ReportFailure(ctx,
-                  "Cannot determine target file path for:" + std::string(kCrLf) + sourceFilePath +
+                  "Cannot determine target file path for:" + std::string(kCrLf) + givenPath +
                       std::string(kCrLf) + ErrorFacts(e) + std::string(kCrLf) + "Stage: " + stage,
                   Icon::Exclamation,
-                  "Cannot determine target file path for " + sourceFilePath + " : " +
+                  "Cannot determine target file path for " + givenPath + " : " +
                       ErrorFacts(e) + std::string(kCrLf) + "Stage: " + stage);
     return std::string();
   }
