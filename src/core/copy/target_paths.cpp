@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <vector>
 
+#include "platform/confined_io.h"
 #include "platform/errors.h"
 #include "platform/file_times.h"
 #include "platform/logs.h"
@@ -72,7 +73,7 @@ int32_t CreateLevels(RunContext& ctx, const std::string& targetFolder) {
   for (size_t i = 1; i < a.size(); ++i) {
     level += kSep;
     level += a[i];
-    if (!FileOrDirExists("", level)) result = CreateOneDirectory(ctx, level);
+    if (!FolderExistsNoFollow(level)) result = CreateOneDirectory(ctx, level);
   }
   return result;
 }
@@ -141,7 +142,7 @@ int32_t CreateLevelsFromSource(RunContext& ctx, const std::string& targetFolder,
       x += Level(a, j);
       y += kSep;
       y += Level(a, j);
-      if (!FileOrDirExists("", x)) {
+      if (!FolderExistsNoFollow(x)) {
         GetFileTimes(ctx, s + y, times);
         result = CreateOneDirectory(ctx, x);
         // Stamped at once, so the new folder never shows the moment of its creation.
@@ -227,8 +228,12 @@ std::string GetTargetFilePath(RunContext& ctx, const std::string& givenPath) {
   }
 }
 
+bool TargetNameTaken(RunContext& ctx, const std::string& path) {
+  return FileExists(path, &ctx) || NonFolderEntryExists(path);
+}
+
 std::string GetCollisionName(RunContext& ctx, const std::string& path) {
-  if (!FileExists(path, &ctx)) return path;
+  if (!TargetNameTaken(ctx, path)) return path;
   try {
     // 1-based positions, 0 for "none". Only a dot of the name itself starts an extension: one
     // in a folder name would leave no free name, and the copy would overwrite.
@@ -252,7 +257,7 @@ std::string GetCollisionName(RunContext& ctx, const std::string& path) {
     }
     for (int n = 1; n <= kLastCollisionNumber; ++n) {
       std::string candidate = folder + base + "(" + std::to_string(n) + ")" + extension;
-      if (!FileExists(candidate, &ctx)) return candidate;
+      if (!TargetNameTaken(ctx, candidate)) return candidate;
     }
     throw Overflow();
   } catch (const RunError&) {
@@ -266,7 +271,7 @@ int32_t CreateOneDirectory(RunContext& ctx, const std::string& path) {
   try {
     // A failed creation is a result, not a report: the transfer then fails and the
     // verification record says so.
-    if (mkdir(LongPathPrefix(folder).c_str(), 0777) != 0) result = errno;
+    result = MakeFolder(LongPathPrefix(folder), 0777);
   } catch (const RunError& e) {
     ReportFailure(ctx,
                   "Cannot create directory:" + std::string(kCrLf) + folder + std::string(kCrLf) +
