@@ -120,6 +120,13 @@ TEST_F(ConfinedIoTest, OutsideEveryRootPathsAreTakenAsNamed) {
   EXPECT_FALSE(IsConfined(root));
   EXPECT_FALSE(IsConfined(root + "x/y"));
   EXPECT_FALSE(RemoveLinkAt(dir / "linked.ini")) << "outside the roots nothing is removed";
+  // A root is taken as the person names it, through a link of its own.
+  SetConfinedRoots({});
+  Link(outside, dir / "named");
+  EXPECT_TRUE(FolderExistsNoFollow(dir / "named"));
+  SetConfinedRoots({dir / "named"});
+  EXPECT_EQ(Write(dir / "named/through.txt", O_CREAT), 0);
+  EXPECT_EQ(test::ReadBytes(outside + "/through.txt"), "new");
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <mutex>
 
 #include "platform/path_layer.h"
 #include "platform/paths.h"
@@ -16,11 +15,7 @@ namespace qr {
 
 namespace {
 
-std::mutex& RootsLock() {
-  static std::mutex lock;
-  return lock;
-}
-
+// The program has one thread, and the roots change only between runs.
 std::vector<std::string>& Roots() {
   static std::vector<std::string> roots;
   return roots;
@@ -29,7 +24,6 @@ std::vector<std::string>& Roots() {
 // The part of `path` below the longest root it lies under, without trailing separators; empty
 // when it lies under none (the root itself included).
 std::string BelowRoot(const std::string& path, std::string& root) {
-  std::lock_guard<std::mutex> guard(RootsLock());
   std::string rest;
   size_t best = 0;
   for (const std::string& r : Roots()) {
@@ -123,13 +117,11 @@ int Errno(int rc) { return rc == 0 ? 0 : errno; }
 }  // namespace
 
 void SetConfinedRoots(std::vector<std::string> roots) {
-  std::lock_guard<std::mutex> guard(RootsLock());
   std::erase_if(roots, [](const std::string& r) { return Trim(r).empty(); });
   Roots() = std::move(roots);
 }
 
 std::vector<std::string> ConfinedRoots() {
-  std::lock_guard<std::mutex> guard(RootsLock());
   return Roots();
 }
 
