@@ -334,13 +334,17 @@ TEST_F(RunDriverTest, VariablesInTheEndCommandAreDataWhereverTheyStand) {
   ctx.job.JobName = name;
   const std::string out = dir / "out";
   ctx.settings.EndCommand = "cd '" + dir.path() + "' && printf '%s|\\n' [JobName] \"[JobName]\" "
-                            "'[JobName]' a[JobName]b \"a'[JobName]'b\" \\[JobName] > out.tmp && "
-                            "mv out.tmp out";
+                            "'[JobName]' a[JobName]b \"a'[JobName]'b\" \\[JobName] "
+                            // Substitutions start a command of their own, inside quotes or not.
+                            "\"$(printf %s [JobName])\" \"$( (printf %s \"[JobName]\") )\" "
+                            "\"`printf %s [JobName]`\" `printf %s \"[JobName]\" | tr ' ' _` "
+                            "> out.tmp && mv out.tmp out";
   Run();
   ASSERT_TRUE(AppearsSoon(out));
   EXPECT_EQ(SplitLines(ReadBytes(out)),
             (std::vector<std::string>{name + "|", name + "|", name + "|", "a" + name + "b|",
-                                      "a'" + name + "'b|", "[JobName]|"}));
+                                      "a'" + name + "'b|", "[JobName]|", name + "|",
+                                      name + "|", name + "|", ReplaceAll(name, " ", "_") + "|"}));
   for (const char* planted : {"PWNED1", "PWNED2", "PWNED3"}) {
     EXPECT_FALSE(Exists(dir / planted)) << planted;
   }

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <utility>
+#include <vector>
 
 #include "platform/dates.h"
 #include "platform/machine.h"
@@ -13,22 +14,35 @@ namespace qr {
 
 namespace {
 
-enum class Quoting { None, Single, Double };
+// Where the shell stands at a point of the command: the command itself, a quote, a command
+// substitution ($( ) or backquotes) or parentheses inside one.
+enum class Frame { Command, Single, Double, Subst, Backquote, Paren };
 
-// `value` as data wherever it stands in a /bin/sh command: in single quotes it closes the quote,
-// adds each of its own quotes escaped and reopens; in double quotes the four characters the
-// shell still reads there are escaped; outside quotes it becomes a single-quoted word.
-std::string QuotedFor(Quoting q, std::string_view value) {
+// `value` as data at the top of `frames`: in single quotes it closes the quote, adds each of its
+// own quotes escaped and reopens; in double quotes the four characters the shell still reads
+// there are escaped; anywhere else it becomes a single-quoted word. Inside backquotes the shell
+// first takes one level of \\, \` and \$ away, so each enclosing pair adds that level.
+std::string QuotedFor(const std::vector<Frame>& frames, std::string_view value) {
   std::string out;
-  if (q == Quoting::Double) {
+  if (frames.back() == Frame::Double) {
     for (char c : value) {
       if (c == '"' || c == '\\' || c == '$' || c == '`') out += '\\';
       out += c;
     }
-    return out;
+  } else {
+    out = ReplaceAll(std::string(value), "'", "'\\''");
+    if (frames.back() != Frame::Single) out = "'" + out + "'";
   }
-  const std::string inner = ReplaceAll(std::string(value), "'", "'\\''");
-  return q == Quoting::Single ? inner : "'" + inner + "'";
+  for (Frame f : frames) {
+    if (f != Frame::Backquote) continue;
+    std::string level;
+    for (char c : out) {
+      if (c == '\\' || c == '`' || c == '$') level += '\\';
+      level += c;
+    }
+    out = std::move(level);
+  }
+  return out;
 }
 
 }  // namespace
@@ -43,18 +57,19 @@ std::string ExpandVariables(const RunContext& ctx, const std::string& text) {
       {"[UName]", UserName()},
       {"[Date]", MediumDate(ToLocal(Clock::now()))},
   }};
-  // One pass over the command as written, following the shell's quoting, so that a value is
-  // never read as code, nor as another variable.
+  // One pass over the command as written, following the shell's quoting and substitutions, so
+  // that a value is never read as code, nor as another variable.
   std::string out;
-  Quoting q = Quoting::None;
+  std::vector<Frame> frames = {Frame::Command};
   bool escaped = false;
   for (size_t i = 0; i < text.size();) {
     const char c = text[i];
+    const Frame top = frames.back();
     if (!escaped && c == '[') {
       bool replaced = false;
       for (const auto& [name, value] : vars) {
         if (std::string_view(text).substr(i).starts_with(name)) {
-          out += QuotedFor(q, value);
+          out += QuotedFor(frames, value);
           i += name.size();
           replaced = true;
           break;
@@ -66,12 +81,29 @@ std::string ExpandVariables(const RunContext& ctx, const std::string& text) {
     ++i;
     if (escaped) {
       escaped = false;
-    } else if (c == '\\' && q != Quoting::Single) {
+    } else if (top == Frame::Single) {
+      if (c == '\'') frames.pop_back();
+    } else if (c == '\\') {
       escaped = true;
-    } else if (c == '\'' && q != Quoting::Double) {
-      q = q == Quoting::Single ? Quoting::None : Quoting::Single;
-    } else if (c == '"' && q != Quoting::Single) {
-      q = q == Quoting::Double ? Quoting::None : Quoting::Double;
+    } else if (c == '$' && i < text.size() && text[i] == '(') {
+      out += text[i++];
+      frames.push_back(Frame::Subst);
+    } else if (c == '`') {
+      if (top == Frame::Backquote) {
+        frames.pop_back();
+      } else {
+        frames.push_back(Frame::Backquote);
+      }
+    } else if (top == Frame::Double) {
+      if (c == '"') frames.pop_back();
+    } else if (c == '\'') {
+      frames.push_back(Frame::Single);
+    } else if (c == '"') {
+      frames.push_back(Frame::Double);
+    } else if (c == '(') {
+      frames.push_back(Frame::Paren);
+    } else if (c == ')' && (top == Frame::Subst || top == Frame::Paren)) {
+      frames.pop_back();
     }
   }
   return out;
