@@ -25,6 +25,7 @@ class FakeDialogs : public Dialogs {
   std::deque<Answer> answers;
   std::deque<std::optional<std::string>> inputs;
   std::deque<std::string> picks;  // answers of the file and folder pickers
+  std::vector<std::string> notices;
 
   Answer MessageBox(const std::string& text, const std::string& title, Icon icon,
                     Buttons buttons) override;
@@ -35,6 +36,7 @@ class FakeDialogs : public Dialogs {
   std::string SaveFile(const std::string& title, const std::string& filter,
                        const std::string& startFolder) override;
   std::string PickFolder(const std::string& title, const std::string& startFolder) override;
+  void Notice(const std::string& text) override { notices.push_back(text); }
 
   // The texts of all boxes, in order.
   std::vector<std::string> Texts() const;

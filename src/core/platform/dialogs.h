@@ -25,6 +25,9 @@ class Dialogs {
   virtual std::string SaveFile(const std::string& title, const std::string& filter,
                                const std::string& startFolder) = 0;
   virtual std::string PickFolder(const std::string& title, const std::string& startFolder) = 0;
+  // A line for the person that asks nothing (the command about to be started, say). The window
+  // program shows none; the runner prints it.
+  virtual void Notice(const std::string& /*text*/) {}
 };
 
 }  // namespace qr
