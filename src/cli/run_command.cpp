@@ -101,7 +101,7 @@ int ExitStatus(ExecOutcome o, const std::string& failures) {
 std::optional<ExecResult> RunJobFile(RunContext& ctx, const std::string& jobFile, bool resume,
                                      std::ostream& err) {
   if (!FileExists(jobFile)) {
-    err << "ravelin-run: no such job file: " << jobFile << "\n";
+    err << "ravelin-run: no such job file: " << TerminalText(jobFile) << "\n";
     return std::nullopt;
   }
   try {
@@ -140,6 +140,8 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& args
         cl.silent = true;
       } else if (arg == "--resume") {
         cl.resume = true;
+      } else if (arg == "--allow-end-command") {
+        cl.allowEndCommand = true;
       } else if (arg == "--target" || arg.starts_with("--target=")) {
         if (!TakeValue(args, i, "--target", cl.target, error)) return std::nullopt;
       } else if (arg == "--log" || arg.starts_with("--log=")) {
@@ -179,7 +181,7 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& args
 
 std::string UsageText() {
   return R"(Usage: ravelin-run [--yes] [--silent] [--target DIR] [--log DIR] [SOURCE...]
-       ravelin-run [--yes] [--silent] [--resume] JOBFILE
+       ravelin-run [--yes] [--silent] [--resume] [--allow-end-command] JOBFILE
 
 Collects the SOURCE files and folders into the target folder, keeping their times, with the MD5
 of each source and each copy and a record of the job in the log folder. It runs the same
@@ -192,6 +194,9 @@ Options:
                 the target path while the two agree)
   --yes, -y     answer every message box with its affirmative button (Yes or OK)
   --resume      continue the job file's job from its job database
+  --allow-end-command
+                run the end command ([SHELLEX]) of a job record (_jobfile.rvj) too; a run
+                never writes one there, so without this option it is left out, with a notice
   --silent      start with the -silent switch: no message boxes during the run, a job that
                 fails its checks ends the program at once
   --help, -h    show this text and exit
@@ -207,6 +212,11 @@ completion copy in the log folder. With --resume the job is continued as the Res
 does: a job record (_jobfile.rvj) asks to continue from its job database, where only the
 files not yet finished are copied; a prepared job with a name starts anew. A job file takes
 no sources, --target or --log of its own on the command line.
+
+A job file is a program: the end command of a prepared job runs through /bin/sh when the
+run ends, so run only job files you trust. Its variables ([JobName] and the others) are
+quoted, so their values are always data, and the command is printed to standard error before
+it starts.
 
 Message boxes are printed to standard error. Without --yes they are asked on the terminal;
 with no terminal on standard input a question is refused (No or Cancel) and a notice is
@@ -295,6 +305,7 @@ int RunCommand(const std::vector<std::string>& args, std::istream& in, std::ostr
     inputs.environment = ProcessEnvironment();
     inputs.singleInstance = false;  // scripts may run several jobs at once
     StartupResult started = Startup(ctx, inputs);
+    ctx.program.flags.allowRecordEndCommand = cl->allowEndCommand;
     if (started.endProgram) {
       err << "ravelin-run: start-up failed\n";
       out << "Outcome: start-up failed\n";

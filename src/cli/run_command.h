@@ -31,6 +31,7 @@ struct CommandLine {
   std::vector<std::string> sources;   // as given, in order
   std::optional<std::string> jobFile;  // a .lsw or .rvj to run, as given
   bool resume = false;                 // --resume: the job file is continued as Resume does
+  bool allowEndCommand = false;        // --allow-end-command: a job record's end command runs
 };
 
 // Parses the arguments (without the program name). On a usage error returns nullopt and puts

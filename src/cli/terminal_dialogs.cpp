@@ -1,8 +1,10 @@
 #include "terminal_dialogs.h"
 
+#include <algorithm>
 #include <cctype>
 
 #include "absolute_path.h"
+#include "platform/utf8.h"
 
 namespace qr::cli {
 
@@ -47,25 +49,47 @@ const char* AnswerText(Answer a) {
   return "";
 }
 
+std::string HexEscape(unsigned char b) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  return std::string("\\x") + kDigits[b >> 4] + kDigits[b & 0xF];
+}
+
 }  // namespace
 
 std::string TerminalText(const std::string& text) {
   std::string out;
   out.reserve(text.size());
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\r') {
+  for (size_t i = 0; i < text.size();) {
+    const auto b = static_cast<unsigned char>(text[i]);
+    if (b == '\r') {
       out += '\n';
-      if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
-    } else {
-      out += text[i];
+      i += (i + 1 < text.size() && text[i + 1] == '\n') ? 2 : 1;
+      continue;
     }
+    if (b == '\n' || b == '\t' || (b >= 0x20 && b < 0x7F)) {
+      out += text[i++];
+      continue;
+    }
+    char32_t c = 0;
+    const size_t len = DecodeUtf8(text, i, c);
+    // Other C0 controls, DEL and the C1 controls U+0080..U+009F are shown byte by byte, and so
+    // is a byte that starts no well-formed character.
+    if (len == 0 || c < 0x20 || (c >= 0x7F && c < 0xA0)) {
+      for (size_t k = 0; k < std::max<size_t>(len, 1); ++k) {
+        out += HexEscape(static_cast<unsigned char>(text[i + k]));
+      }
+      i += std::max<size_t>(len, 1);
+      continue;
+    }
+    out.append(text, i, len);
+    i += len;
   }
   return out;
 }
 
 void TerminalDialogs::PrintHeader(const std::string& title, Icon icon) {
   if (line_ != nullptr) line_->Erase();
-  err_ << "--- " << title;
+  err_ << "--- " << TerminalText(title);
   const char* label = IconLabel(icon);
   if (*label != '\0') err_ << " (" << label << ")";
   err_ << " ---\n";
@@ -136,7 +160,7 @@ std::optional<std::string> TerminalDialogs::InputBox(const std::string& prompt,
   if (!interactive_) return std::nullopt;
   PrintHeader(title, Icon::None);
   err_ << TerminalText(prompt) << "\n";
-  err_ << "[" << defaultText << "]: " << std::flush;
+  err_ << "[" << TerminalText(defaultText) << "]: " << std::flush;
   std::optional<std::string> line = ReadLine();
   if (!line) return std::nullopt;
   if (line->empty()) return defaultText;
@@ -160,6 +184,11 @@ std::string TerminalDialogs::OpenFile(const std::string& title, const std::strin
 std::string TerminalDialogs::SaveFile(const std::string& title, const std::string&,
                                       const std::string&) {
   return AskPath(title);
+}
+
+void TerminalDialogs::Notice(const std::string& text) {
+  if (line_ != nullptr) line_->Erase();
+  err_ << "ravelin-run: " << TerminalText(text) << "\n" << std::flush;
 }
 
 std::string TerminalDialogs::PickFolder(const std::string& title, const std::string&) {

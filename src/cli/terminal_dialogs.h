@@ -12,7 +12,10 @@
 
 namespace qr::cli {
 
-// CR LF (and a lone CR) as plain line breaks, for printing.
+// Text safe to print on a terminal: CR LF (and a lone CR) become plain line breaks, and every
+// other control character (C0 but line break and tab, DEL, C1) and every byte that is no part of
+// well-formed UTF-8 is shown as \xNN, so that a file name can't start an escape sequence. The
+// files and logs keep the real bytes; only what is shown is escaped.
 std::string TerminalText(const std::string& text);
 
 class TerminalDialogs : public Dialogs {
@@ -37,6 +40,7 @@ class TerminalDialogs : public Dialogs {
   // One path a line; an empty line ends the list.
   std::vector<std::string> OpenFiles(const std::string& title, const std::string& filter,
                                      const std::string& startFolder) override;
+  void Notice(const std::string& text) override;
 
  private:
   void PrintHeader(const std::string& title, Icon icon);

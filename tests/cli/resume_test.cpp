@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <map>
 #include <thread>
 
@@ -92,6 +93,45 @@ TEST(ResumeAfterKill, EveryFileEndsCopiedAndVerifiedAndNothingIsLost) {
     if (seen[rel] == 2) ++twice;
   }
   EXPECT_LE(twice, 1);
+}
+
+// A [SHELLEX] line appended to a run's own job record runs only with --allow-end-command, and
+// the runner prints the command before it starts it.
+TEST(ResumeAJobRecord, AnEndCommandAddedToItRunsOnlyWhenAskedFor) {
+  TempDir t;
+  t.WriteFile("src/a.txt", "alpha");
+  ASSERT_EQ(Wait(Start({"--yes", "--target", "out", "--log", "logs", "src"}, t.path())), 0);
+  const std::string record = t / "logs/_jobfile.rvj";
+  const std::string planted = "[SHELLEX]\ttouch '" + t.path() + "/PLANTED'\r\n";
+  t.WriteFile("logs/_jobfile.rvj", test::ReadBytes(record) + planted);
+
+  const std::string errors = t / "err.txt";
+  auto resume = [&](std::vector<std::string> extra) {
+    std::vector<std::string> args = {"--yes", "--resume"};
+    args.insert(args.end(), extra.begin(), extra.end());
+    args.push_back("logs/_jobfile.rvj");
+    const int err = open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const int status = Wait(test::StartRunner(args, t.path(), -1, err));
+    close(err);
+    // The command is started and left to run: a moment for it to leave its mark.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    return status;
+  };
+  EXPECT_EQ(resume({}), 0);
+  EXPECT_FALSE(std::filesystem::exists(t / "PLANTED"));
+  EXPECT_NE(test::ReadBytes(errors).find("It will not be run:\ntouch '" + t.path() + "/PLANTED'"),
+            std::string::npos)
+      << test::ReadBytes(errors);
+
+  EXPECT_EQ(resume({"--allow-end-command"}), 0);
+  EXPECT_NE(test::ReadBytes(errors).find("ravelin-run: Starting the end command: touch '" +
+                                         t.path() + "/PLANTED'\n"),
+            std::string::npos)
+      << test::ReadBytes(errors);
+  for (int i = 0; i < 100 && !std::filesystem::exists(t / "PLANTED"); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_TRUE(std::filesystem::exists(t / "PLANTED"));
 }
 
 }  // namespace

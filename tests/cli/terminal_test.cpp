@@ -148,6 +148,24 @@ TEST(TerminalDialogs, TextIsPrintedWithPlainLineBreaksAndTheAnswerShown) {
   EXPECT_EQ(TerminalText("a\r\n\r\nb\rc\nd"), "a\n\nb\nc\nd");
 }
 
+TEST(TerminalDialogs, ControlCharactersInNamesAreShownEscaped) {
+  // A name that would retitle the terminal, clear it, or start an 8-bit control sequence.
+  const std::string name = "x\x1b]2;owned\x07y\x1b[2J\x7f\xc2\x9b\x9b\xff\x01.txt";
+  const std::string shown = "x\\x1B]2;owned\\x07y\\x1B[2J\\x7F\\xC2\\x9B\\x9B\\xFF\\x01.txt";
+  std::istringstream in;
+  std::ostringstream err;
+  TerminalDialogs d(in, err, true, false);
+  d.MessageBox("Cannot access file:\r\n" + name, "T\x1b" + name, Icon::None, Buttons::Ok);
+  EXPECT_EQ(err.str(), "--- T\\x1B" + shown + " ---\nCannot access file:\n" + shown +
+                           "\n> OK (--yes)\n");
+  // Printable text passes unchanged: tabs, accents, wide characters and emoji.
+  const std::string fine = "caf\xc3\xa9\t\xe6\x97\xa5 \xf0\x9f\x93\x84 \xc2\xa0\\x41";
+  EXPECT_EQ(TerminalText(fine), fine);
+  // Bytes of no well-formed character: cut short, overlong, a surrogate.
+  EXPECT_EQ(TerminalText("a\xe6\x97"), "a\\xE6\\x97");
+  EXPECT_EQ(TerminalText("\xc0\xaf\xed\xa0\x80"), "\\xC0\\xAF\\xED\\xA0\\x80");
+}
+
 TEST(TerminalDialogs, InputBoxesAndPickersGetNothingWithoutATerminal) {
   std::istringstream in("typed\n/somewhere\n");
   std::ostringstream err;

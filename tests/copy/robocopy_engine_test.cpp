@@ -152,6 +152,33 @@ TEST_F(RobocopyEngineTest, ManualFlagsReplaceTheOptionFlags) {
             (std::vector<std::string>{src, target + "/with space", "f.txt", "/MIR", "/X Y"}));
 }
 
+TEST_F(RobocopyEngineTest, NamesReachTheToolAsOneArgumentWhateverTheyHold) {
+  InstallTool();
+  // Quotes and blanks that a command-line splitter would take for argument bounds.
+  const std::vector<std::string> names = {"a\" \"b.txt", "odd\"quote.txt", "  two  blanks",
+                                          "tab\there \"\".txt"};
+  dir.MakeDir("with space/\"sub dir\" x");
+  for (const std::string& n : names) dir.WriteFile("with space/\"sub dir\" x/" + n, n);
+
+  ASSERT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Completed);
+  const std::string from = src + "/\"sub dir\" x";
+  const std::string to = target + "/with space/\"sub dir\" x";
+  std::vector<std::string> flags = Split(GetOptionString(ctx.settings), " ");
+  std::vector<std::vector<std::string>> expected;
+  for (const std::string& n : names) {
+    expected.push_back({from, to, n});
+    expected.back().insert(expected.back().end(), flags.begin(), flags.end());
+    EXPECT_EQ(test::ReadBytes(to + "/" + n), n);
+  }
+  auto calls = RecordedCalls(record);
+  std::sort(calls.begin(), calls.end());
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(calls, expected);
+  // The tool made every copy: no fallback was needed.
+  EXPECT_EQ(SplitLines(test::ReadBytes(record + ".done")).size(), names.size());
+  ExpectVerified(names.size());
+}
+
 TEST_F(RobocopyEngineTest, AMissingToolIsReportedPerFileAndTheFallbackCopies) {
   // No ROBOCOPY anywhere on the search path.
   ctx.settings.Silent = true;
@@ -176,7 +203,8 @@ TEST_F(RobocopyEngineTest, AMissingToolIsReportedPerFileAndTheFallbackCopies) {
 
 TEST_F(RobocopyEngineTest, AMissingToolShowsItsBoxWhenNotSilent) {
   test::TempDir other;
-  RunRobocopyProcess(ctx, "ROBOCOPY " + other.path() + " /nowhere f.txt /R:4 /W:2");
+  RunRobocopyProcess(ctx, "ROBOCOPY " + other.path() + " /nowhere f.txt /R:4 /W:2",
+                     RobocopyArguments(other.path(), "/nowhere", "f.txt", "/R:4 /W:2"));
   ASSERT_EQ(dialogs.shown.size(), 1u);
   EXPECT_EQ(dialogs.shown[0].text, "Robocopy Error:\r\n\r\nROBOCOPY " + other.path() +
                                        " /nowhere f.txt /R:4 /W:2\r\n\r\n2 : No such file or "

@@ -72,6 +72,13 @@ TEST_F(TargetPathsTest, TargetFolderForEachLayout) {
       // With neither full paths nor subfolders everything lands in the target.
       {"/out", false, false, false, "/home/u/data", "/home/u/data/sub/deeper/", "/out/"},
       {"/", false, false, false, "/home/u/data", "/home/u/data/sub/", "/"},
+      // Dot parts of a source never climb out of the target.
+      {"/out", true, false, true, "", "/tmp/../../tmp/x/src/", "/out/tmp/x/src/"},
+      {"/out", true, false, true, "", "/../../../etc/", "/out/etc/"},
+      {"/out", true, false, true, "", "/a/./b/../", "/out/a/"},
+      {"/out", false, false, true, "/x/src/..", "/x/src/../sub/", "/out/x/sub/"},
+      {"/out", false, false, true, "/x/../../..", "/x/../../../etc/", "/out/etc/"},
+      {"/out", false, false, true, "/x/./src", "/x/./src/./a/", "/out/src/a/"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message()

@@ -309,15 +309,45 @@ TEST_F(RunDriverTest, AJobFileThatCannotBeWrittenEndsTheRunAtOnce) {
   }
 }
 
+// Waits up to 4 seconds for a file that a started command writes.
+bool AppearsSoon(const std::string& path) {
+  for (int i = 0; i < 200 && !fs::exists(path); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return fs::exists(path);
+}
+
 TEST_F(RunDriverTest, TheEndCommandRunsWithItsVariablesExpanded) {
   ctx.job.JobName = "nightly";
   ctx.settings.EndCommand = "touch '" + dir.path() + "/[JobName].done'";
   Run();
-  std::string done = dir / "nightly.done";
-  for (int i = 0; i < 200 && !Exists(done); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_TRUE(AppearsSoon(dir / "nightly.done"));
+  // The person is shown the command before it starts.
+  EXPECT_EQ(dialogs.notices,
+            std::vector<std::string>{"Starting the end command: touch '" + dir.path() +
+                                     "/nightly.done'"});
+}
+
+TEST_F(RunDriverTest, VariablesInTheEndCommandAreDataWhereverTheyStand) {
+  // A name that ends every kind of quote and tries each way the shell runs code.
+  const std::string name = "x; touch PWNED1 ' \" $(touch PWNED2) `touch PWNED3` \\ [UName] $HOME";
+  ctx.job.JobName = name;
+  const std::string out = dir / "out";
+  ctx.settings.EndCommand = "cd '" + dir.path() + "' && printf '%s|\\n' [JobName] \"[JobName]\" "
+                            "'[JobName]' a[JobName]b \"a'[JobName]'b\" \\[JobName] "
+                            // Substitutions start a command of their own, inside quotes or not.
+                            "\"$(printf %s [JobName])\" \"$( (printf %s \"[JobName]\") )\" "
+                            "\"`printf %s [JobName]`\" `printf %s \"[JobName]\" | tr ' ' _` "
+                            "> out.tmp && mv out.tmp out";
+  Run();
+  ASSERT_TRUE(AppearsSoon(out));
+  EXPECT_EQ(SplitLines(ReadBytes(out)),
+            (std::vector<std::string>{name + "|", name + "|", name + "|", "a" + name + "b|",
+                                      "a'" + name + "'b|", "[JobName]|", name + "|",
+                                      name + "|", name + "|", ReplaceAll(name, " ", "_") + "|"}));
+  for (const char* planted : {"PWNED1", "PWNED2", "PWNED3"}) {
+    EXPECT_FALSE(Exists(dir / planted)) << planted;
   }
-  EXPECT_TRUE(Exists(done));
 }
 
 }  // namespace

@@ -166,7 +166,7 @@ TEST_F(ReadRVFileTest, CountersCollisionAndLastPositions) {
   Read("[OVERWRITE]\t0\r\n[RENAME]\t0\r\n");
   EXPECT_EQ(ctx.settings.Collision, kCollisionRename) << "\"0\" never restores index 0";
   Read(
-      "[RENAME]\t1\r\n[OVERWRITE]\t1\r\n"
+      "[JNAME]\tnightly\r\n[RENAME]\t1\r\n[OVERWRITE]\t1\r\n"
       "[NUMFILES]\t 12 \r\n[FILESDONE]\t2.5\r\n"
       "[JOBSIZE]\t5000000000\r\n[TOTALBYTES]\t6000000000\r\n[BYTESDONE]\t3.5\r\n"
       "[LASTSRC]\t/one\r\n[LASTSRC]\t/two\r\n[LASTDIR]\t/two/sub\r\n"
@@ -179,6 +179,42 @@ TEST_F(ReadRVFileTest, CountersCollisionAndLastPositions) {
   EXPECT_EQ((Strings{ctx.job.LastSrc, ctx.job.LastDir, ctx.settings.StartCommand,
                      ctx.settings.EndCommand, ctx.settings.StartMonth, ctx.settings.EndYear}),
             (Strings{"/two", "/two/sub", "start.sh", "end.sh", "3", "2026"}));
+}
+
+TEST_F(ReadRVFileTest, AJobRecordsEndCommandRunsOnlyWhenThePersonAskedForIt) {
+  struct Case {
+    std::string file;
+    std::string body;
+    bool allowed;
+    std::string endCommand;
+    bool notice;
+  };
+  const std::string named = "[JNAME]\tn\r\n[SHELLEX]\tend.sh\r\n";
+  const std::string unnamed = "[TARGET]\t/t\r\n[SHELLEX]\tend.sh\r\n";
+  const std::vector<Case> cases = {
+      {"job.lsw", named, false, "end.sh", false},          // a prepared job carries its own
+      {"job.lsw", unnamed, false, "mine.sh", true},        // no name: a job record
+      {"_jobfile.rvj", unnamed, false, "mine.sh", true},   // a record, as a run writes it
+      {"_jobfile.rvj", named, false, "mine.sh", true},     // a name added to a record
+      {"_JOBFILE.RVJ", named, false, "mine.sh", true},
+      {"_jobfile.rvj", unnamed, true, "end.sh", false},    // the person asked for it
+      {"_jobfile.rvj", "[TARGET]\t/t\r\n", false, "mine.sh", false},
+  };
+  for (const Case& c : cases) {
+    dialogs.shown.clear();
+    ctx.settings.EndCommand = "mine.sh";
+    ctx.program.flags.allowRecordEndCommand = c.allowed;
+    ReadRVFile(ctx, dir.WriteFile(c.file, c.body));
+    EXPECT_EQ(ctx.settings.EndCommand, c.endCommand) << c.file << " " << c.body;
+    if (c.notice) {
+      ASSERT_EQ(dialogs.shown.size(), 1u) << c.file << " " << c.body;
+      EXPECT_EQ(dialogs.shown[0].text,
+                "This job record holds an end command, which no run writes into a job record. "
+                "It will not be run:\r\nend.sh");
+    } else {
+      EXPECT_TRUE(dialogs.shown.empty()) << c.file << " " << c.body;
+    }
+  }
 }
 
 // A run's own record (its bytes are checked where it is written), read back in a fresh program:

@@ -1,4 +1,5 @@
 #include "platform/path_layer.h"
+#include "platform/paths.h"
 
 #include <gtest/gtest.h>
 #include <linux/audit.h>
@@ -12,6 +13,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "support/child_process.h"
@@ -54,6 +56,24 @@ bool FailStatCallsWith(int err) {
   sock_fprog program{static_cast<unsigned short>(filter.size()), filter.data()};
   return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
          prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+TEST(PathFormsTest, LexicallyCleanLeavesNoDotParts) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"/tmp/../../tmp/x/src", "/tmp/x/src"},
+      {"/a/./b/../c/", "/a/c/"},
+      {"/..", "/"},
+      {"/../", "/"},
+      {"/", "/"},
+      {"/a//b///c", "/a/b/c"},
+      {"/a/b/..", "/a"},
+      {"/a/..b/.c/...", "/a/..b/.c/..."},  // names that merely begin with dots stay
+      {"//srv/share/../x/", "//srv/x/"},
+      {"///a", "/a"},
+      {"a/../../b", "b"},
+      {"", ""},
+  };
+  for (const auto& [in, out] : cases) EXPECT_EQ(LexicallyClean(in), out) << in;
 }
 
 TEST(PathFormsTest, TrimAtNullCutsAtTheFirstNul) {

@@ -27,6 +27,7 @@ class FakeDialogs : public Dialogs {
   std::deque<std::string> picks;  // answers of the file and folder pickers
   std::deque<std::vector<std::string>> multiPicks;  // answers of the multi-select picker
   std::vector<std::string> pickerTitles;            // the title of every picker shown, in order
+  std::vector<std::string> notices;
 
   Answer MessageBox(const std::string& text, const std::string& title, Icon icon,
                     Buttons buttons) override;
@@ -39,6 +40,7 @@ class FakeDialogs : public Dialogs {
   std::string PickFolder(const std::string& title, const std::string& startFolder) override;
   std::vector<std::string> OpenFiles(const std::string& title, const std::string& filter,
                                      const std::string& startFolder) override;
+  void Notice(const std::string& text) override { notices.push_back(text); }
 
   // The texts of all boxes, in order.
   std::vector<std::string> Texts() const;

@@ -8,6 +8,7 @@
 #include "copy/native_transfer.h"
 #include "copy/robocopy_engine.h"
 #include "copy/target_paths.h"
+#include "platform/confined_io.h"
 #include "platform/errors.h"
 #include "platform/file_times.h"
 #include "platform/find_data.h"
@@ -28,8 +29,7 @@ std::string QuoteIfSpaces(const std::string& text) {
 }
 
 void ShellRenameFile(const std::string& from, const std::string& to) {
-  renameat2(AT_FDCWD, LongPathPrefix(from).c_str(), AT_FDCWD, LongPathPrefix(to).c_str(),
-            RENAME_NOREPLACE);
+  RenameNoReplace(LongPathPrefix(from), LongPathPrefix(to));
 }
 
 namespace {
@@ -102,19 +102,20 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
 
     // The collision test at copy time, whatever its stage says.
     stage = "Checking flavor for deNist, dedupe processing";
-    if (s.Collision == kCollisionRename && FileExists(targetPath)) {
+    if (s.Collision == kCollisionRename && TargetNameTaken(ctx, targetPath)) {
       targetPath = GetTargetFilePath(ctx, sourcePath);
     }
 
     // "Do Nothing" holds here too: a target that came to exist after the walk (two sources on
-    // one flat name, a list entry onto an existing file) is left alone and listed.
+    // one flat name, a list entry onto an existing file) is left alone and listed. A link there,
+    // even a dangling one, exists too: it is listed, never followed nor replaced.
     // The first row of a resumed queue is the one a kill may have left half copied: its target
     // is its own, and is written again.
     if (s.Collision == kCollisionDoNothing && !ctx.file.rowMayBeHalfCopied) {
       const std::string finalTarget =
           shortName ? targetPath.substr(0, targetPath.size() - 4) : targetPath;
       FindData existing;
-      if (FindEntry(LongPathPrefix(finalTarget), existing)) {
+      if (FindEntry(LongPathPrefix(finalTarget), existing) || NonFolderEntryExists(finalTarget)) {
         int err = 0;
         if (!AppendLine(SideLogPath(ctx.paths.ErrorLogPath, "_error", "_existing"), sourcePath,
                         &err)) {
@@ -173,13 +174,14 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
 
     // New folders get their stamps as they are created, and again from the folder pass.
     stage = "Checking whether this file is to be processed";
-    if (!FileOrDirExists("", targetFolder)) {
+    if (!FolderExistsNoFollow(targetFolder)) {
       stage = "Recursively create target directories";
       CreateTargetDirs(ctx, targetFolder, sourceFolder);
     }
 
     if (s.Robocopy) {
-      RunRobocopyProcess(ctx, command);
+      RunRobocopyProcess(ctx, command,
+                         RobocopyArguments(sourceFolder, targetFolder, fileName, flags));
       if (FileExists(targetPath)) {
         CountCopiedFile(ctx, size);
       } else if (CopyFileManual(ctx, sourcePath, targetPath) ||

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "jobdb/job_database.h"
+#include "platform/confined_io.h"
 #include "platform/file_times.h"
 #include "platform/logs.h"
 #include "platform/path_layer.h"
@@ -147,7 +148,8 @@ bool TransferBytes(RunContext& ctx, const std::string& source, const std::string
 
   const std::string to = LongPathPrefix(target);
   struct stat existing {};
-  if (::stat(to.c_str(), &existing) == 0) {
+  // A link at the target's name is replaced, never followed: only a real file is checked here.
+  if (StatNoFollow(to, existing) == 0 && !S_ISLNK(existing.st_mode)) {
     // Truncating the source through another of its names would destroy it.
     if (existing.st_dev == from.st_dev && existing.st_ino == from.st_ino) {
       why = "target is the source itself";
@@ -163,7 +165,7 @@ bool TransferBytes(RunContext& ctx, const std::string& source, const std::string
       return false;
     }
   }
-  Descriptor out(::open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  Descriptor out(OpenForWriting(to, O_WRONLY | O_CREAT | O_TRUNC, 0600));
   if (out.get() < 0) {
     why = Failed("cannot create target", errno);
     return false;
@@ -178,7 +180,7 @@ bool TransferBytes(RunContext& ctx, const std::string& source, const std::string
   };
   auto cancel = [&] {
     out.Close();
-    ::unlink(to.c_str());
+    RemoveFile(to);
     why = "cancelled";
     return false;
   };
@@ -245,8 +247,8 @@ void GivePermissionBits(const std::string& path, std::optional<mode_t> mode) {
   if (!mode) return;
   const std::string p = LongPathPrefix(path);
   struct stat st {};
-  if (::stat(p.c_str(), &st) == 0 && (st.st_mode & 07777) == *mode) return;
-  ::chmod(p.c_str(), *mode);
+  if (StatNoFollow(p, st) == 0 && (st.st_mode & 07777) == *mode) return;
+  ChangeMode(p, *mode);
 }
 
 // The low 32 bits of the file's size as a signed number: a file of 2 GiB or more comes out
@@ -331,7 +333,7 @@ bool CopyFileManual(RunContext& ctx, const std::string& source, const std::strin
 
     // Create-new: an existing target is kept, and written over in place below.
     words = "Could not open destination file for output.";
-    Descriptor created(::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    Descriptor created(OpenForWriting(to, O_WRONLY | O_CREAT | O_EXCL, 0666));
 
     words = "Could not close destination file.";
     created.Close();
@@ -348,7 +350,7 @@ bool CopyFileManual(RunContext& ctx, const std::string& source, const std::strin
 
     // Not truncated: a longer old target keeps its tail, which verification then exposes.
     words = "Could not create read/write handle for destination file.";
-    Descriptor out(::open(to.c_str(), O_RDWR | O_CLOEXEC));
+    Descriptor out(OpenForWriting(to, O_RDWR, 0));
 
     words = "Could not determine file size of source file.";
     const int32_t size = ManualSize(in.get());

@@ -14,13 +14,11 @@ namespace qr {
 
 namespace {
 
-// The command text as the tool's argument vector. The splitter keeps quotes in its tokens;
-// the tool must see the bare paths, so they go. A token that was empty before that (an extra
-// blank, or the blank a command ends in when the manual flags are empty) is no argument at all;
-// a quoted empty text ("") is kept as an empty argument.
-std::vector<std::string> ToolArguments(const std::string& commandLine) {
-  std::vector<std::string> argv;
-  for (const std::string& token : SplitCommandLine(commandLine)) {
+// Flags text as arguments. The splitter keeps quotes in its tokens; the tool must see the bare
+// values, so they go. A token that was empty before that (an extra blank, or the blank a text
+// ends in) is no argument at all; a quoted empty text ("") is kept as an empty argument.
+void AppendFlagArguments(const std::string& flags, std::vector<std::string>& argv) {
+  for (const std::string& token : SplitCommandLine(flags)) {
     if (token.empty()) continue;
     std::string bare;
     bare.reserve(token.size());
@@ -29,7 +27,6 @@ std::vector<std::string> ToolArguments(const std::string& commandLine) {
     }
     argv.push_back(std::move(bare));
   }
-  return argv;
 }
 
 void PauseBetweenPolls() {
@@ -41,11 +38,22 @@ void PauseBetweenPolls() {
 
 }  // namespace
 
-void RunRobocopyProcess(RunContext& ctx, const std::string& commandLine) {
+std::vector<std::string> RobocopyArguments(const std::string& sourceFolder,
+                                           const std::string& targetFolder,
+                                           const std::string& fileName, const std::string& flags) {
+  // Names never pass through the splitter: a quote or blank in a name can't split or merge
+  // arguments.
+  std::vector<std::string> argv = {"ROBOCOPY", sourceFolder, targetFolder, fileName};
+  AppendFlagArguments(flags, argv);
+  return argv;
+}
+
+void RunRobocopyProcess(RunContext& ctx, const std::string& commandLine,
+                        const std::vector<std::string>& argv) {
   try {
     ctx.progress.lblCurrentProcess = "Current Process: Copying File";
 
-    const StartResult started = StartHidden(ToolArguments(commandLine));
+    const StartResult started = StartHidden(argv);
     if (!started.started) throw SystemError(started.error);
 
     // The exit status means nothing here: the pipeline judges the copy by its target alone.

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <vector>
 
+#include "platform/confined_io.h"
 #include "platform/errors.h"
 #include "platform/file_times.h"
 #include "platform/logs.h"
@@ -72,7 +73,7 @@ int32_t CreateLevels(RunContext& ctx, const std::string& targetFolder) {
   for (size_t i = 1; i < a.size(); ++i) {
     level += kSep;
     level += a[i];
-    if (!FileOrDirExists("", level)) result = CreateOneDirectory(ctx, level);
+    if (!FolderExistsNoFollow(level)) result = CreateOneDirectory(ctx, level);
   }
   return result;
 }
@@ -141,7 +142,7 @@ int32_t CreateLevelsFromSource(RunContext& ctx, const std::string& targetFolder,
       x += Level(a, j);
       y += kSep;
       y += Level(a, j);
-      if (!FileOrDirExists("", x)) {
+      if (!FolderExistsNoFollow(x)) {
         GetFileTimes(ctx, s + y, times);
         result = CreateOneDirectory(ctx, x);
         // Stamped at once, so the new folder never shows the moment of its creation.
@@ -154,8 +155,11 @@ int32_t CreateLevelsFromSource(RunContext& ctx, const std::string& targetFolder,
 
 }  // namespace
 
-std::string GetTargetFolder(RunContext& ctx, const std::string& sourceFolder) {
+std::string GetTargetFolder(RunContext& ctx, const std::string& givenFolder) {
   const JobSettings& settings = ctx.settings;
+  // No "." or ".." part of a source may reach the target's text: a mapped path stays below the
+  // target root.
+  const std::string sourceFolder = LexicallyClean(givenFolder);
   try {
     const std::string& t = settings.TargetPath;
     std::string result;
@@ -174,7 +178,7 @@ std::string GetTargetFolder(RunContext& ctx, const std::string& sourceFolder) {
     } else {
       // The parent of the source root; a root without a separator has none, and the whole
       // source folder is kept below the target.
-      const std::string r = ParentFolder(ctx.counters.CurrentSourceRoot);
+      const std::string r = ParentFolder(LexicallyClean(ctx.counters.CurrentSourceRoot));
       result = WithTrailingSep(t);
       size_t start = r.size();
       if (start < sourceFolder.size() && sourceFolder[start] == kSep) ++start;
@@ -185,16 +189,17 @@ std::string GetTargetFolder(RunContext& ctx, const std::string& sourceFolder) {
     return WithTrailingSep(result);
   } catch (const RunError& e) {
     ReportFailure(ctx,
-                  "Cannot determine target file path for:" + std::string(kCrLf) + sourceFolder +
+                  "Cannot determine target file path for:" + std::string(kCrLf) + givenFolder +
                       std::string(kCrLf) + ErrorFacts(e),
                   Icon::Exclamation,
-                  "Cannot determine target folder for " + sourceFolder + " : " + ErrorFacts(e));
+                  "Cannot determine target folder for " + givenFolder + " : " + ErrorFacts(e));
     return std::string();
   }
 }
 
-std::string GetTargetFilePath(RunContext& ctx, const std::string& sourceFilePath) {
+std::string GetTargetFilePath(RunContext& ctx, const std::string& givenPath) {
   std::string stage;
+  const std::string sourceFilePath = LexicallyClean(givenPath);
   try {
     stage = "Determining file name segment";
     const size_t slash = sourceFilePath.rfind(kSep);
@@ -214,17 +219,21 @@ std::string GetTargetFilePath(RunContext& ctx, const std::string& sourceFilePath
     return result;
   } catch (const RunError& e) {
     ReportFailure(ctx,
-                  "Cannot determine target file path for:" + std::string(kCrLf) + sourceFilePath +
+                  "Cannot determine target file path for:" + std::string(kCrLf) + givenPath +
                       std::string(kCrLf) + ErrorFacts(e) + std::string(kCrLf) + "Stage: " + stage,
                   Icon::Exclamation,
-                  "Cannot determine target file path for " + sourceFilePath + " : " +
+                  "Cannot determine target file path for " + givenPath + " : " +
                       ErrorFacts(e) + std::string(kCrLf) + "Stage: " + stage);
     return std::string();
   }
 }
 
+bool TargetNameTaken(RunContext& ctx, const std::string& path) {
+  return FileExists(path, &ctx) || NonFolderEntryExists(path);
+}
+
 std::string GetCollisionName(RunContext& ctx, const std::string& path) {
-  if (!FileExists(path, &ctx)) return path;
+  if (!TargetNameTaken(ctx, path)) return path;
   try {
     // 1-based positions, 0 for "none". Only a dot of the name itself starts an extension: one
     // in a folder name would leave no free name, and the copy would overwrite.
@@ -248,7 +257,7 @@ std::string GetCollisionName(RunContext& ctx, const std::string& path) {
     }
     for (int n = 1; n <= kLastCollisionNumber; ++n) {
       std::string candidate = folder + base + "(" + std::to_string(n) + ")" + extension;
-      if (!FileExists(candidate, &ctx)) return candidate;
+      if (!TargetNameTaken(ctx, candidate)) return candidate;
     }
     throw Overflow();
   } catch (const RunError&) {
@@ -262,7 +271,7 @@ int32_t CreateOneDirectory(RunContext& ctx, const std::string& path) {
   try {
     // A failed creation is a result, not a report: the transfer then fails and the
     // verification record says so.
-    if (mkdir(LongPathPrefix(folder).c_str(), 0777) != 0) result = errno;
+    result = MakeFolder(LongPathPrefix(folder), 0777);
   } catch (const RunError& e) {
     ReportFailure(ctx,
                   "Cannot create directory:" + std::string(kCrLf) + folder + std::string(kCrLf) +

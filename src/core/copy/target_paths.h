@@ -13,6 +13,9 @@ class RunContext;
 std::string GetTargetFolder(RunContext& ctx, const std::string& sourceFolder);
 // The full target file path; with the rename collision mode, the first free "(n)" name.
 std::string GetTargetFilePath(RunContext& ctx, const std::string& sourceFilePath);
+// True when something that is no folder has the name: a file, or a link even where it leads
+// nowhere. The collision rule counts either as an existing file.
+bool TargetNameTaken(RunContext& ctx, const std::string& path);
 // The path itself when no file has that name, else the first free "name(n).ext".
 std::string GetCollisionName(RunContext& ctx, const std::string& path);
 // Creates a folder (one trailing separator cut first). 0, or the errno of the failed creation.

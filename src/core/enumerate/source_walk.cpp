@@ -97,8 +97,9 @@ void WalkFile(RunContext& ctx, const std::string& folder, const FindData& e,
   if (HasFileRow(ctx, path)) return;
   if (LooksLikeShortName(e.name)) AppendPlain(SideLog(ctx, "_error", "_shortpaths_for_long"), path);
   bool passes = WalkedFilePasses(s, range, folder, e);
+  // A link at the target's name is an existing file too: it is left alone, never followed.
   if (passes && s.Collision == kCollisionDoNothing &&
-      FileExists(GetTargetFilePath(ctx, path))) {
+      TargetNameTaken(ctx, GetTargetFilePath(ctx, path))) {
     AppendPlain(SideLog(ctx, "_error", "_existing"), path);
     passes = false;
   }

@@ -13,6 +13,7 @@
 #include "jobdb/job_database.h"
 #include "jobdef/job_file.h"
 #include "jobdef/path_variables.h"
+#include "platform/confined_io.h"
 #include "platform/errors.h"
 #include "platform/logs.h"
 #include "platform/path_layer.h"
@@ -107,6 +108,10 @@ std::string JobNotice(const RunContext& ctx) {
 // Phase 8: a job that retries from its own error list never overwrites that list.
 void ComputePaths(RunContext& ctx) {
   ctx.paths = ComputeRunPaths(ctx.settings.LogPath);
+  // From here on nothing below the run's own folders is reached through a link.
+  std::vector<std::string> roots = {ctx.settings.TargetPath, ctx.settings.LogPath};
+  if (ctx.activityLogOn) roots.push_back(ctx.settings.CommonLogPath);
+  SetConfinedRoots(std::move(roots));
   for (const auto& source : ctx.settings.Sources) {
     if (source == std::string(kFileListMarker) + ctx.paths.ErrorLogPath) {
       ctx.paths.ErrorLogPath = FolderPart(ctx.paths.ErrorLogPath) + "_errors_" +
@@ -119,6 +124,13 @@ void ComputePaths(RunContext& ctx) {
 // Phase 9: the database and the job's files.
 void PrepareJobFiles(RunContext& ctx) {
   const JobSettings& s = ctx.settings;
+  // The job's database and logs are real files in its log folder: a link at one of their names
+  // goes before anything is decided by their existence.
+  for (const char* side : {"", "-wal", "-shm", "-journal"}) {
+    RemoveLinkAt(ctx.paths.DatabasePath + side);
+  }
+  RemoveLinkAt(ctx.paths.VerificationLogPath);
+  RemoveLinkAt(ctx.paths.ErrorLogPath);
   if (FileExists(ctx.paths.DatabasePath)) {
     if (!ValidateJobDatabase(ctx, ctx.paths.DatabasePath)) throw DatabaseUnusable{};
   } else {
@@ -241,8 +253,10 @@ ExecResult CloseDown(RunContext& ctx) {
   ctx.Resuming = false;
   ctx.ResumeOfferAccepted = false;
   if (!Trim(ctx.settings.EndCommand).empty()) {
-    // Started and left to run; a failure to start is ignored.
-    StartResult started = StartShellHidden(ExpandVariables(ctx, ctx.settings.EndCommand));
+    // Started and left to run; a failure to start is ignored. The person sees first what runs.
+    const std::string command = ExpandVariables(ctx, ctx.settings.EndCommand);
+    ctx.dialogs.Notice("Starting the end command: " + command);
+    StartResult started = StartShellHidden(command);
     if (started.started) AbandonChild(started.pid);
   }
   if (ctx.program.flags.silent || ctx.program.flags.quit) result.endProgram = true;
@@ -372,6 +386,7 @@ class SourceLinkTimes {
 }  // namespace
 
 ExecResult ExecCopy(RunContext& ctx) {
+  const ConfinedRootsScope confined;
   const SourceLinkTimes linkTimes(ctx.settings.Sources);
   // Each handler ends the run at once: no close-down, and the run's state stays as it was.
   try {

@@ -208,7 +208,8 @@ bool DbConnection::Open(const std::string& path, const std::string&) {
 bool DbConnection::OpenWith(const std::string& path, int flags) {
   Close();
   sqlite3* db = nullptr;
-  int rc = sqlite3_open_v2(path.c_str(), &db, flags, nullptr);
+  // Never through a link at the database's own name.
+  int rc = sqlite3_open_v2(path.c_str(), &db, flags | SQLITE_OPEN_NOFOLLOW, nullptr);
   if (rc == SQLITE_OK) {
     sqlite3_busy_timeout(db, kBusyTimeoutMs);
     // SQLite reads a file lazily: only a first statement shows whether it really is a database.

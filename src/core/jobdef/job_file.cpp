@@ -310,10 +310,15 @@ void ReadRVFile(RunContext& ctx, const std::string& path) {
   ctx.job.SpecialInstructions.clear();
   ctx.job.ErrorInstructions.clear();
   s.TargetPath.clear();
+  const std::string endCommandBefore = s.EndCommand;
+  bool named = false;
+  bool carriesEndCommand = false;
 
   ForEachTaggedLine(path, [&](const std::string& tag, const std::string& value) {
+    if (tag == "[SHELLEX]") carriesEndCommand = true;
     if (ApplyOptionTag(s, tag, value)) return;
     if (tag == "[JNAME]") {
+      named = true;
       ctx.job.JobName = value;
     } else if (tag == "[JINSTRUCT]") {
       ctx.job.SpecialInstructions = value;
@@ -370,6 +375,17 @@ void ReadRVFile(RunContext& ctx, const std::string& path) {
       ApplyRobocopyTag(s, tag, value);
     }
   });
+
+  // A run never writes an end command into its job record, so one found there was put there by
+  // someone else: it runs only when the person asked for it.
+  const bool record = !named || LowerCase(path).ends_with(".rvj");
+  if (record && carriesEndCommand && !ctx.program.flags.allowRecordEndCommand) {
+    const std::string left = s.EndCommand;
+    s.EndCommand = endCommandBefore;
+    ctx.Message("This job record holds an end command, which no run writes into a job record. "
+                "It will not be run:\r\n" + left,
+                Icon::Exclamation);
+  }
 }
 
 bool SaveJobFile(PreparedJob& job, const JobSettings& options, const std::string& path) {

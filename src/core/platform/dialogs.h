@@ -34,6 +34,9 @@ class Dialogs {
     if (one.empty()) return {};
     return {one};
   }
+  // A line for the person that asks nothing (the command about to be started, say). The window
+  // program shows none; the runner prints it.
+  virtual void Notice(const std::string& /*text*/) {}
 };
 
 }  // namespace qr

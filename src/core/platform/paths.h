@@ -18,5 +18,9 @@ std::string FolderPart(std::string_view path);
 std::string ParentFolder(std::string_view path);
 // After the last separator; the whole text when there is none.
 std::string NamePart(std::string_view path);
+// The path with no "." or ".." part, worked out on the text alone (no link is looked at): a
+// ".." takes away the part before it and never climbs above the start, and empty parts go. A
+// leading separator (or the two of a share path) and a trailing one are kept.
+std::string LexicallyClean(std::string_view path);
 
 }  // namespace qr

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "platform/confined_io.h"
 #include "platform/text.h"
 #include "platform/write_all.h"
 
@@ -18,7 +19,7 @@ bool Fail(int* error, int err) {
 }
 
 bool WriteFile(const std::string& path, std::string_view bytes, int flags, int* error) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0666);
+  const int fd = OpenForWriting(path, O_WRONLY | O_CREAT | flags, 0666);
   if (fd < 0) return Fail(error, errno);
   if (!WriteAll(fd, bytes)) {
     const int err = errno;
@@ -32,7 +33,7 @@ bool WriteFile(const std::string& path, std::string_view bytes, int flags, int* 
 }  // namespace
 
 bool AppendLine(const std::string& path, std::string_view text, int* error) {
-  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  const int fd = OpenForWriting(path, O_RDWR | O_CREAT | O_APPEND, 0666);
   if (fd < 0) return Fail(error, errno);
   // A line cut short (a full disk, a kill) is ended first, so it never runs into this one.
   std::string line;

@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <map>
 
+#include "platform/confined_io.h"
+
 namespace qr {
 
 namespace {
@@ -75,8 +77,8 @@ std::map<uint64_t, bool>& DevicesWithoutCreationAttribute() {
 bool WriteFileTimes(const std::string& path, FileTime created, FileTime accessed, FileTime modified,
                     int* error) {
   struct statx st {};
-  if (statx(AT_FDCWD, path.c_str(), 0, STATX_ATIME | STATX_MTIME, &st) != 0) {
-    if (error != nullptr) *error = errno;
+  if (const int e = StatxNoFollow(path, STATX_ATIME | STATX_MTIME, st); e != 0) {
+    if (error != nullptr) *error = e;
     return false;
   }
   bool ok = true;
@@ -85,15 +87,18 @@ bool WriteFileTimes(const std::string& path, FileTime created, FileTime accessed
   const struct timespec ts[2] = {Wanted(accessed, FromStatx(st.stx_atime), anything),
                                  Wanted(modified, FromStatx(st.stx_mtime), anything)};
   // No write bit is needed: root and the owner may set any time, so no mode is ever touched.
-  if (anything && utimensat(AT_FDCWD, path.c_str(), ts, 0) != 0) {
-    ok = false;
-    err = errno;
+  if (anything) {
+    if (const int e = SetTimesAt(path, ts); e != 0) {
+      ok = false;
+      err = e;
+    }
   }
   const uint64_t device = makedev(st.stx_dev_major, st.stx_dev_minor);
   bool& without = DevicesWithoutCreationAttribute()[device];
   FileTime currentCreation = 0;
   int readError = 0;
-  if (created != 0 && !without) {
+  // The attribute calls name the path; below a root a link there is never written through.
+  if (created != 0 && !without && !(IsConfined(path) && LinkOrSpecialAt(path))) {
     if (!ReadCreationAttribute(path, currentCreation, &readError)) {
       if (readError == EOPNOTSUPP || readError == ENOTSUP) without = true;
     } else if (currentCreation != created && !WriteCreationAttribute(path, created)) {

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/confined_io.h"
 #include "platform/path_layer.h"
 #include "platform/utf8.h"
 #include "platform/write_all.h"
@@ -82,7 +83,7 @@ bool IsUnicodeFile(const std::string& path) {
 }
 
 bool CreateUnicodeFile(const std::string& path) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  const int fd = OpenForWriting(path, O_WRONLY | O_CREAT | O_TRUNC, 0666);
   if (fd < 0) return false;
   const bool written = WriteAll(fd, "\xFF\xFE");
   return (close(fd) == 0) && written;
@@ -97,8 +98,11 @@ bool AppendUnicodeText(const std::string& path, std::string_view text, bool writ
     }
     return false;
   };
+  // A link planted at a log's name is replaced by a new log with its mark, never written
+  // through.
+  if (RemoveLinkAt(path) && !CreateUnicodeFile(path)) return fail(errno);
   // The file must exist: callers create it, with its mark, first.
-  const int fd = open(LongPathPrefix(path).c_str(), O_RDWR | O_APPEND | O_CLOEXEC);
+  const int fd = OpenForWriting(path, O_RDWR | O_APPEND, 0666);
   if (fd < 0) return fail(errno);
   struct stat st {};
   if (fstat(fd, &st) != 0 || (st.st_size == 3 && ftruncate(fd, 1) != 0)) {

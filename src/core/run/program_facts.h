@@ -18,6 +18,9 @@ struct StartupFlags {
   bool stop = false;         // -stop: recognised and stored; nothing consults it
   bool resume = false;       // -resume with a non-empty -lsw= value; nothing consults it
   std::string lswPath;       // -lsw=: quotes removed, trimmed; nothing consults it
+  // The person asked for an end command found in a job record to be run (the runner's
+  // --allow-end-command). No run writes one there, so without it such a line is left out.
+  bool allowRecordEndCommand = false;
 };
 
 struct AppPaths {

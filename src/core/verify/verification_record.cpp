@@ -53,7 +53,9 @@ int64_t SecondsApart(const LocalDateTime& a, const LocalDateTime& b) {
 // The writer only says that it failed; the reason is asked of the file system again with the
 // same open, so the handler can name it.
 [[noreturn]] void ThrowAppendFailure(const std::string& path) {
-  const int fd = ::open(LongPathPrefix(path).c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+  // Never through a link, and a FIFO can't stall the diagnosis.
+  const int fd = ::open(LongPathPrefix(path).c_str(),
+                        O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) throw SystemError(errno);
   ::close(fd);
   throw SystemError(EIO);

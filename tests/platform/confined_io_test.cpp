@@ -1,0 +1,133 @@
+#include "platform/confined_io.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+namespace fs = std::filesystem;
+using test::TempDir;
+
+class ConfinedIoTest : public ::testing::Test {
+ protected:
+  TempDir dir;
+  std::string root = dir.MakeDir("root");
+  std::string outside = dir.MakeDir("outside");
+  std::string victim = dir.WriteFile("outside/victim", "keep");
+
+  void SetUp() override { SetConfinedRoots({root}); }
+  void TearDown() override { SetConfinedRoots({}); }
+
+  void Link(const std::string& to, const std::string& at) {
+    ASSERT_EQ(symlink(to.c_str(), at.c_str()), 0) << at;
+  }
+  bool IsRealFile(const std::string& p) {
+    struct stat st {};
+    return lstat(p.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+  }
+  // Writes `bytes` through OpenForWriting; the errno when the open fails, else 0.
+  int Write(const std::string& p, int flags, const std::string& bytes = "new") {
+    const int fd = OpenForWriting(p, O_WRONLY | flags, 0644);
+    if (fd < 0) return errno;
+    EXPECT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    close(fd);
+    return 0;
+  }
+};
+
+TEST_F(ConfinedIoTest, ALinkAtAFilesNameIsReplacedNeverWrittenThrough) {
+  for (int flags : {O_CREAT | O_TRUNC, O_APPEND, O_CREAT | O_APPEND}) {
+    const std::string at = root + "/log" + std::to_string(flags);
+    Link(victim, at);
+    EXPECT_EQ(Write(at, flags), 0) << flags;
+    EXPECT_TRUE(IsRealFile(at));
+    EXPECT_EQ(test::ReadBytes(at), "new");
+  }
+  // A dangling link is not followed to create its target either.
+  Link(outside + "/created", root + "/dangling");
+  EXPECT_EQ(Write(root + "/dangling", O_CREAT | O_TRUNC), 0);
+  EXPECT_FALSE(fs::exists(outside + "/created"));
+  // Create-new treats a link as an existing file.
+  Link(outside + "/excl", root + "/excl");
+  EXPECT_EQ(Write(root + "/excl", O_CREAT | O_EXCL), EEXIST);
+  EXPECT_TRUE(fs::is_symlink(root + "/excl"));
+  EXPECT_EQ(test::ReadBytes(victim), "keep");
+  EXPECT_EQ(fs::directory_iterator(outside)->path().string(), victim) << "nothing new outside";
+}
+
+TEST_F(ConfinedIoTest, AFifoAtALogsNameCannotStallTheRun) {
+  ASSERT_EQ(mkfifo((root + "/fifo").c_str(), 0600), 0);
+  EXPECT_EQ(Write(root + "/fifo", O_APPEND), 0);
+  EXPECT_TRUE(IsRealFile(root + "/fifo"));
+}
+
+TEST_F(ConfinedIoTest, NoFolderBelowTheRootIsReachedThroughALink) {
+  Link(outside, root + "/sub");
+  EXPECT_EQ(Write(root + "/sub/f.txt", O_CREAT | O_TRUNC), ENOTDIR);
+  EXPECT_FALSE(FolderExistsNoFollow(root + "/sub"));
+  const struct timespec ts[2] = {{1000, 0}, {1000, 0}};
+  EXPECT_EQ(SetTimesAt(root + "/sub/victim", ts), ENOTDIR);
+  EXPECT_EQ(ChangeMode(root + "/sub/victim", 0600), ENOTDIR);
+  EXPECT_EQ(RenameNoReplace(root + "/sub/victim", root + "/taken"), ENOTDIR);
+  EXPECT_EQ(RemoveFile(root + "/sub/victim"), ENOTDIR);
+  EXPECT_EQ(Write(root + "/../outside/victim", O_TRUNC), EACCES) << "no dot part is walked";
+  EXPECT_EQ(test::ReadBytes(victim), "keep");
+  // A folder that is needed replaces the link.
+  EXPECT_EQ(MakeFolder(root + "/sub", 0755), 0);
+  EXPECT_TRUE(FolderExistsNoFollow(root + "/sub"));
+  EXPECT_EQ(MakeFolder(root + "/sub", 0755), EEXIST);
+  EXPECT_TRUE(fs::exists(victim));
+}
+
+TEST_F(ConfinedIoTest, TimesAndModeGoToTheLinkNeverToItsTarget) {
+  struct stat before {};
+  ASSERT_EQ(stat(victim.c_str(), &before), 0);
+  Link(victim, root + "/l");
+  const struct timespec ts[2] = {{1000, 0}, {2000, 0}};
+  EXPECT_EQ(SetTimesAt(root + "/l", ts), 0);
+  EXPECT_NE(ChangeMode(root + "/l", 0600), 0);
+  struct stat after {};
+  ASSERT_EQ(stat(victim.c_str(), &after), 0);
+  EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+  EXPECT_EQ(after.st_mode, before.st_mode);
+  EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec);
+  // The collision rule sees the link itself, even a dangling one.
+  Link(outside + "/nowhere", root + "/d");
+  EXPECT_TRUE(NonFolderEntryExists(root + "/d"));
+  EXPECT_TRUE(LinkOrSpecialAt(root + "/d"));
+  EXPECT_FALSE(NonFolderEntryExists(root + "/none"));
+  EXPECT_TRUE(RemoveLinkAt(root + "/d"));
+  EXPECT_FALSE(RemoveLinkAt(root + "/d"));
+}
+
+TEST_F(ConfinedIoTest, OutsideEveryRootPathsAreTakenAsNamed) {
+  SetConfinedRoots({});
+  const std::string settings = dir.WriteFile("settings.ini", "");
+  Link(settings, dir / "linked.ini");
+  EXPECT_EQ(Write(dir / "linked.ini", O_APPEND), 0);
+  EXPECT_EQ(test::ReadBytes(settings), "new") << "a link the person made is followed";
+  EXPECT_FALSE(IsConfined(root + "/x"));
+  SetConfinedRoots({root, root + "/deeper"});
+  EXPECT_TRUE(IsConfined(root + "/x"));
+  EXPECT_FALSE(IsConfined(root));
+  EXPECT_FALSE(IsConfined(root + "x/y"));
+  EXPECT_FALSE(RemoveLinkAt(dir / "linked.ini")) << "outside the roots nothing is removed";
+  // A root is taken as the person names it, through a link of its own.
+  SetConfinedRoots({});
+  Link(outside, dir / "named");
+  EXPECT_TRUE(FolderExistsNoFollow(dir / "named"));
+  SetConfinedRoots({dir / "named"});
+  EXPECT_EQ(Write(dir / "named/through.txt", O_CREAT), 0);
+  EXPECT_EQ(test::ReadBytes(outside + "/through.txt"), "new");
+}
+
+}  // namespace
+}  // namespace qr
