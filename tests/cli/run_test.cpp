@@ -214,6 +214,7 @@ TEST(RunnerRuns, AnUnreadableSourceIsRecordedAndTheRunEndsWithErrors) {
   const struct passwd* nobody = getpwnam("nobody");
   ASSERT_NE(nobody, nullptr);
   ASSERT_EQ(chown((t / "src/readable.txt").c_str(), nobody->pw_uid, nobody->pw_gid), 0);
+  ASSERT_EQ(chown((t / "src").c_str(), nobody->pw_uid, nobody->pw_gid), 0);
   chmod(closed.c_str(), 0600);  // root's own; nobody can't read it
   Ran r = Binary({"--yes", "--target", "out", "--log", "logs", "src"}, t.path(), true);
   ASSERT_NE(r.status, test::kChildCannotSetUp) << "could not become nobody";

@@ -1,6 +1,7 @@
 #include "enumerate/source_walk.h"
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -271,6 +272,10 @@ TEST_F(WalkTest, AFolderThatCannotBeListedIsLoggedAndCounted) {
   chmod(src.c_str(), 0755);
   chmod((src + "/ok.txt").c_str(), 0644);
   chmod(logs.c_str(), 0777);
+  // nobody's own, so that listing it leaves its times as they were.
+  const struct passwd* nobody = getpwnam("nobody");
+  ASSERT_NE(nobody, nullptr);
+  ASSERT_EQ(chown(src.c_str(), nobody->pw_uid, nobody->pw_gid), 0);
   chmod(ctx.paths.DatabasePath.c_str(), 0666);
   test::ChildOutcome child = test::RunInChild([&](std::string& out) {
     if (!test::BecomeNobody()) return test::kChildCannotSetUp;

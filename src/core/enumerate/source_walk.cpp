@@ -191,6 +191,14 @@ void EnumerateFolder(RunContext& ctx, std::string folder, WalkTotals& totals) {
       }
     }
     SetFileTimes(ctx, folder, own);
+    // Listing a folder its user doesn't own moves its access time for good: the record says so.
+    FileTimes after;
+    if (folder != kSepText && GetFileTimes(ctx, folder, after) == 1 &&
+        after.accessed != own.accessed) {
+      RecordWalkError(ctx, WithoutTrailingSep(folder),
+                      "(Folder access time changed and could not be set back)",
+                      " (Folder access time changed)");
+    }
   } catch (const RunError& err) {
     const std::string number = IntText(err.number());
     if (!ctx.settings.Silent) {
