@@ -211,6 +211,14 @@ TEST_F(WalkTest, LinksAndOtherKindsAreLoggedNotFollowed) {
   EXPECT_EQ(ctx.progress.listErrors, std::vector<std::string>{src + "/pipe (Not a regular file)"});
 }
 
+TEST_F(WalkTest, ANamedFileGoneBeforeTheWalkIsRecorded) {
+  TallySingleFile(ctx, src + "/gone.txt");
+  EXPECT_TRUE(Files().empty());
+  EXPECT_EQ(ctx.counters.ErrorCount, 1);
+  EXPECT_EQ(test::Utf16FileText(logs + "/_errors.log"),
+            src + "/gone.txt\t(Cannot access file: No such file or directory)\r\n");
+}
+
 TEST_F(WalkTest, ExistingTargetsAreLeftOutOnlyWhenCollisionsDoNothing) {
   dir.WriteFile("src/a.txt", "new");
   dir.WriteFile("src/b.txt", "new");

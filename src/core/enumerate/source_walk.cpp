@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <vector>
 
 #include "copy/target_paths.h"
@@ -266,8 +267,14 @@ class LineReader {
 void TallySingleFile(RunContext& ctx, const std::string& path) {
   try {
     FindData e;
-    // A single source that vanished leaves no row and no report.
-    if (!FindEntry(LongPathPrefix(path), e)) return;
+    int err = 0;
+    // A named file that is gone (or can't be looked at) by the time of the walk is recorded:
+    // nothing named for collection vanishes without a word.
+    if (!FindEntry(LongPathPrefix(path), e, &err)) {
+      const std::string why = err == 0 ? "No such file or directory" : std::strerror(err);
+      RecordWalkError(ctx, path, "(Cannot access file: " + why + ")", " (" + why + ")");
+      return;
+    }
     if (e.kind == EntryKind::Other) {
       RecordWalkError(ctx, path, "(Cannot access file: Not a regular file)",
                       " (Not a regular file)");
