@@ -5,6 +5,8 @@ set -euo pipefail
 
 packages=(build-essential cmake qt6-base-dev libgl-dev libsqlite3-dev libssl-dev
           libgtest-dev googletest libbenchmark-dev util-linux time)
+# More packages may be named on the command line (the fuzz targets need clang and libFuzzer).
+packages+=("$@")
 
 missing=()
 for p in "${packages[@]}"; do
