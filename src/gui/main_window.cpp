@@ -79,7 +79,11 @@ MainWindow::MainWindow(RunContext& ctx, WindowRegistry& windows,
 
   Connect(ui_->mnuAddManual, mnuAddManual_Click);
   for (QAction* a : {ui_->mnuAddSource, ui_->tbAddSource}) Connect(a, cmdAdd_Click);
-  for (QAction* a : {ui_->mnuAddSourceFiles, ui_->tbAddFiles}) Connect(a, mnuAddSourceFiles_Click);
+  for (QAction* a : {ui_->mnuAddSourceFiles, ui_->tbAddFiles}) {
+    connect(a, &QAction::triggered, this, [this] {
+      if (mnuAddSourceFiles_Click(form_)) finder_->Open();
+    });
+  }
   for (QAction* a : {ui_->mnuAddFromList, ui_->tbAddList}) Connect(a, mnuAddFromList_Click);
   for (QAction* a : {ui_->mnuChooseTargetFolder, ui_->tbPickTarget}) {
     Connect(a, cmdBrowseTarget_Click);
