@@ -56,6 +56,7 @@ TEST_F(HeaderMatchTest, TitleAndCommentLinesAreSkippedAndDefinitionsStartAtOne) 
   EXPECT_EQ(types.FileTypeInCatArray("images", 1), "GIF");
   EXPECT_EQ(types.FileTypeInCatArray("images", 2), "");
   EXPECT_EQ(types.CategoryByIndex(2), "Documents");
+  EXPECT_EQ(types.CategoryByIndex(3), "images");
   EXPECT_EQ(types.CategoryByIndex(0), "");
   EXPECT_EQ(types.CategoryByIndex(4), "");
   EXPECT_EQ(types.Categories(), (std::vector<std::string>{"Images", "Documents"}));
@@ -200,6 +201,12 @@ TEST_F(ShippedDefinitionsTest, OnlyMarkedTypesCountAndTheFirstInTableOrderNamesT
   EXPECT_FALSE(types.HeaderMatch());
   EXPECT_FALSE(types.CheckFile(t / "gone.bin"));
   EXPECT_TRUE(dialogs.shown.empty());
+  // A file that opens but can't be read says so (the start of this process's memory is never
+  // mapped, so reading it fails).
+  EXPECT_FALSE(types.CheckFile("/proc/self/mem"));
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text,
+            "Error checking file type for /proc/self/mem\r\n5 : Input/output error");
 }
 
 TEST_F(ShippedDefinitionsTest, CheckingAFileLeavesItsTimesAsTheyWere) {
