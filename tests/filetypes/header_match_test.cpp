@@ -25,7 +25,9 @@ class HeaderMatchTest : public ::testing::Test {
   test::TempDir t;
   clsHeaderMatch types{ctx};
 
-  bool Load(const std::string& text) { return types.LoadDefinitionFile(t.WriteFile("ft.txt", text)); }
+  bool Load(const std::string& text) {
+    return types.LoadDefinitionFile(t.WriteFile("ft.txt", text));
+  }
   std::vector<std::string> TypeNames() {
     std::vector<std::string> names;
     for (int i = 1; i <= types.EntryCount(); ++i) names.push_back(types.Entry(i).typeName);
@@ -34,13 +36,13 @@ class HeaderMatchTest : public ::testing::Test {
 };
 
 TEST_F(HeaderMatchTest, TitleAndCommentLinesAreSkippedAndDefinitionsStartAtOne) {
-  ASSERT_TRUE(Load(
-      "Category\tType\tExtensions\tHeader\tOffset\r\n"
-      " # a note\twith\tfields\r\n"
-      "#\r\n"
-      " Images \t PNG Image \t png \t ^\\x89PNG \t 0 \r\n"
-      "Documents\tPDF\tpdf\t^%PDF-\t0\textra field\n"
-      "images\tGIF\tgif\t^GIF8\t+2\n"));
+  ASSERT_TRUE(
+      Load("Category\tType\tExtensions\tHeader\tOffset\r\n"
+           " # a note\twith\tfields\r\n"
+           "#\r\n"
+           " Images \t PNG Image \t png \t ^\\x89PNG \t 0 \r\n"
+           "Documents\tPDF\tpdf\t^%PDF-\t0\textra field\n"
+           "images\tGIF\tgif\t^GIF8\t+2\n"));
   EXPECT_TRUE(dialogs.shown.empty());
   ASSERT_EQ(types.EntryCount(), 3);
   EXPECT_EQ(types.Entry(0).typeName, "");
@@ -170,8 +172,14 @@ TEST_F(ShippedDefinitionsTest, RealHeadersAreKnownWhateverTheFileIsCalled) {
       {"letter.doc", "\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1"s + std::string(8, '\0'), true,
        "doc;dot;xls;xlt;ppt;pps;pot;msg;vsd;pub;mpp"},
       {"backup.tar", tar, true, "tar"},
-      {"clip.mp4", "\0\0\0\x20" "ftypisom\0\0\x02\0"s, true, "mp4;m4v;m4a;m4b;3gp;3g2"},
-      {"tool", "\x7F" "ELF\x02\x01\x01"s, false, "elf;so;o;ko;bin;axf"},
+      {"clip.mp4",
+       "\0\0\0\x20"
+       "ftypisom\0\0\x02\0"s,
+       true, "mp4;m4v;m4a;m4b;3gp;3g2"},
+      {"tool",
+       "\x7F"
+       "ELF\x02\x01\x01"s,
+       false, "elf;so;o;ko;bin;axf"},
   };
   for (const Sample& s : samples) {
     SCOPED_TRACE(s.name);

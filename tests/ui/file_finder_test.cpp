@@ -42,8 +42,11 @@ Stamps StampsOf(const std::string& path) {
 
 TEST_F(FileFinderTest, ListingAndPickingLeaveEveryTimeAsItWas) {
   const std::string src = t.MakeDir("src");
-  std::vector<std::string> all = {src, t.WriteFile("src/b.txt", "b"), t.WriteFile("src/a.txt", "a"),
-                                  t.MakeDir("src/sub"), t.WriteFile("src/sub/c.txt", "c"),
+  std::vector<std::string> all = {src,
+                                  t.WriteFile("src/b.txt", "b"),
+                                  t.WriteFile("src/a.txt", "a"),
+                                  t.MakeDir("src/sub"),
+                                  t.WriteFile("src/sub/c.txt", "c"),
                                   t.MakeDir("src/sub/deeper")};
   // Access times older than the modification times: any read or listing would move them.
   std::map<std::string, Stamps> before;
@@ -69,6 +72,21 @@ TEST_F(FileFinderTest, ListingAndPickingLeaveEveryTimeAsItWas) {
 
   for (const std::string& p : all) EXPECT_EQ(StampsOf(p), before[p]) << p;
   EXPECT_TRUE(dialogs.shown.empty());
+}
+
+TEST_F(FileFinderTest, LoadOpensTheTreeOnTheDriveThatHoldsTheStartFolder) {
+  f.lstFiles = {"stale"};
+  frmFileFind_Load(f, t.path());
+  ASSERT_GE(f.dDrivesIndex, 0);
+  const std::string drive = f.dDrives[static_cast<size_t>(f.dDrivesIndex)];
+  EXPECT_EQ(f.dDirs, drive);
+  // The nearest mount point above the folder: no other drive holds it more closely.
+  auto holds = [&](const std::string& d) {
+    return (t.path() + "/").rfind(d == "/" ? d : d + "/", 0) == 0;
+  };
+  EXPECT_TRUE(holds(drive));
+  for (const std::string& d : f.dDrives) EXPECT_FALSE(holds(d) && d.size() > drive.size()) << d;
+  EXPECT_TRUE(f.lstFiles.empty());
 }
 
 TEST_F(FileFinderTest, OkAddsTheSelectionInListOrderAndKeepsIt) {

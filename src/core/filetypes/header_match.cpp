@@ -98,9 +98,9 @@ bool clsHeaderMatch::LoadDefinitionFile(const std::string& path) {
     std::string regexError;
     d.pattern = Compile(d.header, regexError);
     if (!regexError.empty()) {
-      LoadFailure(kRegexSyntaxError, "Syntax error in regular expression (" +
-                                         LineText(lineNumber) + ", " + d.typeName + ": " +
-                                         regexError + "); the type is kept without its header");
+      LoadFailure(kRegexSyntaxError, "Syntax error in regular expression (" + LineText(lineNumber) +
+                                         ", " + d.typeName + ": " + regexError +
+                                         "); the type is kept without its header");
     }
     table_.push_back(std::move(d));
   }
@@ -155,7 +155,8 @@ std::vector<std::string> clsHeaderMatch::Categories() const {
   std::vector<std::string> names;
   for (size_t i = 1; i < table_.size(); ++i) {
     bool known = false;
-    for (const std::string& n : names) known = known || LowerCase(n) == LowerCase(table_[i].category);
+    for (const std::string& n : names)
+      known = known || LowerCase(n) == LowerCase(table_[i].category);
     if (!known) names.push_back(table_[i].category);
   }
   return names;
@@ -194,11 +195,11 @@ bool clsHeaderMatch::CheckFile(const std::string& path) {
   std::string bytes;
   int err = 0;
   auto fail = [&](const std::string& number, const std::string& description) {
-    ReportFailure(ctx_,
-                  "Error checking file type for " + path + std::string(kCrLf) + number + " : " +
-                      description,
-                  Icon::Exclamation,
-                  "Error checking file type for " + path + " : " + number + " : " + description);
+    ReportFailure(
+        ctx_,
+        "Error checking file type for " + path + std::string(kCrLf) + number + " : " + description,
+        Icon::Exclamation,
+        "Error checking file type for " + path + " : " + number + " : " + description);
   };
   switch (ReadFileHead(path, kHeaderBytes, bytes, &err)) {
     case HeadRead::NotOpened:

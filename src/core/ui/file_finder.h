@@ -45,15 +45,16 @@ std::vector<std::string> ListSubfolders(RunContext& ctx, const std::string& fold
 void cmdSourceBrowse_Click(RunContext& ctx, FileFinderForm& f);
 // A folder chosen in the tree goes to txtSourceFolder and is listed.
 void dDirs_Change(RunContext& ctx, FileFinderForm& f, const std::string& folder);
-// The tree moves to the chosen drive, which is then listed; a drive that can't be read says why and the choice goes
-// back to the last good drive.
+// The tree moves to the chosen drive, which is then listed; a drive that can't be read says why and
+// the choice goes back to the last good drive.
 void dDrives_Change(RunContext& ctx, FileFinderForm& f, int index);
 // A folder typed by hand is listed.
 void txtSourceFolder_Change(RunContext& ctx, FileFinderForm& f, const std::string& text);
 
 // Each selected file, in list order, goes to `addSource`. The finder stays open and keeps its
 // selection, so that more can be added.
-void OKButton_Click(const FileFinderForm& f, const std::function<void(const std::string&)>& addSource);
+void OKButton_Click(const FileFinderForm& f,
+                    const std::function<void(const std::string&)>& addSource);
 // "Finished": hides the finder.
 void CancelButton_Click(FileFinderForm& f);
 
