@@ -195,18 +195,4 @@ std::string TerminalDialogs::PickFolder(const std::string& title, const std::str
   return AskPath(title);
 }
 
-std::vector<std::string> TerminalDialogs::OpenFiles(const std::string& title, const std::string&,
-                                                    const std::string&) {
-  std::vector<std::string> paths;
-  if (!interactive_) return paths;
-  PrintHeader(title, Icon::None);
-  for (;;) {
-    err_ << "Path (empty to end): " << std::flush;
-    std::optional<std::string> line = ReadLine();
-    if (!line || line->empty()) break;
-    paths.push_back(AbsolutePath(*line));
-  }
-  return paths;
-}
-
 }  // namespace qr::cli

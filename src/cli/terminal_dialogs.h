@@ -37,9 +37,6 @@ class TerminalDialogs : public Dialogs {
   std::string SaveFile(const std::string& title, const std::string& filter,
                        const std::string& startFolder) override;
   std::string PickFolder(const std::string& title, const std::string& startFolder) override;
-  // One path a line; an empty line ends the list.
-  std::vector<std::string> OpenFiles(const std::string& title, const std::string& filter,
-                                     const std::string& startFolder) override;
   void Notice(const std::string& text) override;
 
  private:

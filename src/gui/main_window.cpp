@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "file_finder.h"
+#include "job_manager.h"
 #include "options_dialog.h"
 #include "progress_window.h"
 #include "ui_main_window.h"
@@ -59,6 +61,11 @@ MainWindow::MainWindow(RunContext& ctx, WindowRegistry& windows,
   windows.Add(
       progress_.get(), [p = progress_.get()] { p->Refresh(); }, true);
   windows.Add(options_, [o = options_] { o->Refresh(); });
+  // Whoever opens the finder, its files land in this window's list.
+  finder_ = new FileFinder(ctx_, dropped, this);
+  windows.Add(finder_, [f = finder_] { f->Refresh(); });
+  jobManager_ = new JobManager(ctx_, dropped, this);
+  windows.Add(jobManager_, [j = jobManager_] { j->Refresh(); });
 
   // The form and the controls that take dropped files and folders as sources. A list drops
   // onto its viewport; a text box would otherwise take a dropped path as text.
@@ -72,7 +79,11 @@ MainWindow::MainWindow(RunContext& ctx, WindowRegistry& windows,
 
   Connect(ui_->mnuAddManual, mnuAddManual_Click);
   for (QAction* a : {ui_->mnuAddSource, ui_->tbAddSource}) Connect(a, cmdAdd_Click);
-  for (QAction* a : {ui_->mnuAddSourceFiles, ui_->tbAddFiles}) Connect(a, mnuAddSourceFiles_Click);
+  for (QAction* a : {ui_->mnuAddSourceFiles, ui_->tbAddFiles}) {
+    connect(a, &QAction::triggered, this, [this] {
+      if (mnuAddSourceFiles_Click(form_)) finder_->Open();
+    });
+  }
   for (QAction* a : {ui_->mnuAddFromList, ui_->tbAddList}) Connect(a, mnuAddFromList_Click);
   for (QAction* a : {ui_->mnuChooseTargetFolder, ui_->tbPickTarget}) {
     Connect(a, cmdBrowseTarget_Click);

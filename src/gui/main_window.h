@@ -17,6 +17,8 @@ class frmMain;
 
 namespace qr::gui {
 
+class FileFinder;
+class JobManager;
 class OptionsDialog;
 class ProgressWindow;
 class WindowRegistry;
@@ -39,6 +41,8 @@ class MainWindow : public QMainWindow {
 
   ProgressWindow* progressWindow() const { return progress_.get(); }
   OptionsDialog* optionsDialog() const { return options_; }
+  FileFinder* fileFinder() const { return finder_; }
+  JobManager* jobManager() const { return jobManager_; }
 
  signals:
   void programEndRequested();
@@ -72,6 +76,8 @@ class MainWindow : public QMainWindow {
   std::unique_ptr<Ui::frmMain> ui_;
   std::unique_ptr<ProgressWindow> progress_;
   OptionsDialog* options_;
+  FileFinder* finder_;
+  JobManager* jobManager_;
   bool refreshing_ = false;
 };
 

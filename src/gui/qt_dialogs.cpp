@@ -127,16 +127,4 @@ std::string QtDialogs::PickFolder(const std::string& title, const std::string& s
                                                   QString::fromStdString(startFolder)));
 }
 
-std::vector<std::string> QtDialogs::OpenFiles(const std::string& title, const std::string& filter,
-                                              const std::string& startFolder) {
-  BeforeShow();
-  std::vector<std::string> paths;
-  for (const QString& p : QFileDialog::getOpenFileNames(parent_, DisplayText(title),
-                                                        QString::fromStdString(startFolder),
-                                                        QtFilter(filter))) {
-    paths.push_back(FromQt(p));
-  }
-  return paths;
-}
-
 }  // namespace qr::gui

@@ -27,8 +27,6 @@ class QtDialogs : public Dialogs {
   std::string SaveFile(const std::string& title, const std::string& filter,
                        const std::string& startFolder) override;
   std::string PickFolder(const std::string& title, const std::string& startFolder) override;
-  std::vector<std::string> OpenFiles(const std::string& title, const std::string& filter,
-                                     const std::string& startFolder) override;
 
  private:
   void BeforeShow();

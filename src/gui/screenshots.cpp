@@ -1,6 +1,8 @@
 #include "screenshots.h"
 
 #include <QApplication>
+#include <QLineEdit>
+#include <QListWidget>
 #include <QPixmap>
 #include <QTemporaryDir>
 #include <filesystem>
@@ -11,6 +13,8 @@
 #include <utility>
 
 #include "exec/startup.h"
+#include "file_finder.h"
+#include "file_type_picker.h"
 #include "jobdef/source_list.h"
 #include "main_window.h"
 #include "options_dialog.h"
@@ -88,7 +92,16 @@ int TakeScreenshots(const std::string& dir, std::ostream& out, std::ostream& err
     return 1;
   }
   const fs::path root = scratch.path().toStdString();
-  fs::create_directories(root / "program");
+  fs::create_directories(root / "program" / "_filetypes");
+  // The file type picker shows the definition file shipped beside this program.
+  const fs::path shipped =
+      fs::path(QCoreApplication::applicationDirPath().toStdString()) / "_filetypes" / "filetypes.txt";
+  std::error_code copyError;
+  fs::copy_file(shipped, root / "program" / "_filetypes" / "filetypes.txt", copyError);
+  if (copyError) {
+    err << "The definition file " << shipped.string() << " could not be read.\n";
+    return 1;
+  }
   MakeSampleTree(root / "sample");
 
   AnswerEverything dialogs;
@@ -138,6 +151,24 @@ int TakeScreenshots(const std::string& dir, std::ostream& out, std::ostream& err
     save(options, "options_" + std::to_string(page) + ".png");
   }
   options->hide();
+
+  FileFinder* finder = window.fileFinder();
+  finder->Open((root / "sample").string());
+  finder->ShowFolder((root / "sample" / "Documents" / "Letters").string());
+  if (auto* files = finder->findChild<QListWidget*>("lstFiles"); files && files->count() > 2) {
+    files->item(1)->setSelected(true);
+    files->item(2)->setSelected(true);
+  }
+  Settle();
+  save(finder, "file_finder.png");
+  finder->hide();
+
+  QLineEdit txtExt(QString("doc,[Images]"));
+  FileTypePicker picker(ctx, &txtExt);
+  picker.Open();
+  Settle();
+  save(&picker, "file_types.png");
+  picker.hide();
 
   // The progress window is taken from the pump half way through the copying.
   bool progressTaken = false;

@@ -32,6 +32,7 @@
 
 #include "cli/runner_process.h"
 #include "exec/startup.h"
+#include "file_finder.h"
 #include "jobdb/db_connection.h"
 #include "jobdef/settings_files.h"
 #include "options_dialog.h"
@@ -184,8 +185,8 @@ TEST_F(MainWindowTest, EveryControlMenuEntryAndToolbarButtonHasItsNameCaptionAnd
   const std::vector<Entry> entries = {
       {"mnuAddSource", "Add a Source Directory", "Add a Source Directory"},
       {"tbAddSource", "", "Add a Source Directory"},
-      {"mnuAddSourceFiles", "Add Source Files", "Add Source Files"},
-      {"tbAddFiles", "", "Add Source Files"},
+      {"mnuAddSourceFiles", "Add Source Files", ""},
+      {"tbAddFiles", "", ""},
       {"mnuAddFromList", "Add Sources From List", "Select a file list"},
       {"tbAddList", "", "Select a file list"},
       {"mnuChooseTargetFolder", "Choose a Target Folder", "Choose a Target Directory"},
@@ -218,6 +219,14 @@ TEST_F(MainWindowTest, EveryControlMenuEntryAndToolbarButtonHasItsNameCaptionAnd
   }
   Child<QAction>("tbCopyOptions")->trigger();
   EXPECT_TRUE(window->optionsDialog()->isVisible());
+  // Files are added through the file finder, which opens without a picker of its own.
+  dialogs.pickerTitles.clear();
+  for (const char* name : {"mnuAddSourceFiles", "tbAddFiles"}) {
+    window->fileFinder()->hide();
+    Child<QAction>(name)->trigger();
+    EXPECT_TRUE(window->fileFinder()->isVisible()) << name;
+  }
+  EXPECT_TRUE(dialogs.pickerTitles.empty());
 
   dialogs.inputs = {std::nullopt};
   Child<QAction>("mnuAddManual")->trigger();

@@ -53,14 +53,6 @@ std::string FakeDialogs::PickFolder(const std::string& title, const std::string&
   pickerTitles.push_back(title);
   return NextPick(picks);
 }
-std::vector<std::string> FakeDialogs::OpenFiles(const std::string& title, const std::string&,
-                                                const std::string&) {
-  pickerTitles.push_back(title);
-  if (multiPicks.empty()) return {};
-  std::vector<std::string> p = multiPicks.front();
-  multiPicks.pop_front();
-  return p;
-}
 
 std::vector<std::string> FakeDialogs::Texts() const {
   std::vector<std::string> out;

@@ -25,7 +25,6 @@ class FakeDialogs : public Dialogs {
   std::deque<Answer> answers;
   std::deque<std::optional<std::string>> inputs;
   std::deque<std::string> picks;  // answers of the file and folder pickers
-  std::deque<std::vector<std::string>> multiPicks;  // answers of the multi-select picker
   std::vector<std::string> pickerTitles;            // the title of every picker shown, in order
   std::vector<std::string> notices;
 
@@ -38,8 +37,6 @@ class FakeDialogs : public Dialogs {
   std::string SaveFile(const std::string& title, const std::string& filter,
                        const std::string& startFolder) override;
   std::string PickFolder(const std::string& title, const std::string& startFolder) override;
-  std::vector<std::string> OpenFiles(const std::string& title, const std::string& filter,
-                                     const std::string& startFolder) override;
   void Notice(const std::string& text) override { notices.push_back(text); }
 
   // The texts of all boxes, in order.

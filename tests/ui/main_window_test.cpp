@@ -72,28 +72,22 @@ TEST_F(MainFormTest, RemoveTakesTheSelectionAndSelectsANeighbour) {
 
 TEST_F(MainFormTest, EachWayOfAddingReachesTheSourceListWithItsOwnRules) {
   const std::string a = t.MakeDir("a"), inside = t.MakeDir("a/b");
-  const std::string one = t.WriteFile("one.txt", "1"), two = t.WriteFile("c/two.txt", "2");
   dialogs.inputs = {a, std::nullopt};
   mnuAddManual_Click(ctx, f);
   mnuAddManual_Click(ctx, f);  // cancelled
   ASSERT_EQ(dialogs.shown.size(), 2u);
   EXPECT_EQ(dialogs.shown[0].text, "Type the path you wish to add.");
   EXPECT_EQ(dialogs.shown[0].title, "Add Path Manually");
-  // Every file chosen at once goes through AddSource: the one inside a listed folder is refused.
-  dialogs.multiPicks = {{one, t / "a/x.txt", two}};
-  t.WriteFile("a/x.txt", "x");
-  mnuAddSourceFiles_Click(ctx, f);
   // A file list is listed as it is, existing or not.
   dialogs.picks = {t / "missing list.txt", ""};
   mnuAddFromList_Click(ctx, f);
   mnuAddFromList_Click(ctx, f);
   FormDropped(ctx, f, {"  ", inside});
   EXPECT_EQ(ctx.settings.Sources,
-            (std::vector<std::string>{a, one, two, "[File List] " + (t / "missing list.txt")}));
-  EXPECT_EQ(
-      dialogs.pickerTitles,
-      (std::vector<std::string>{"Add Source Files", "Select a file list", "Select a file list"}));
-  EXPECT_EQ(dialogs.shown.size(), 4u);  // the refused file, the refused folder
+            (std::vector<std::string>{a, "[File List] " + (t / "missing list.txt")}));
+  EXPECT_EQ(dialogs.pickerTitles,
+            (std::vector<std::string>{"Select a file list", "Select a file list"}));
+  EXPECT_EQ(dialogs.shown.size(), 3u);  // the refused folder
 }
 
 TEST_F(MainFormTest, DuringARunNothingChangesTheSourcesOrStartsAnotherRun) {
@@ -104,7 +98,7 @@ TEST_F(MainFormTest, DuringARunNothingChangesTheSourcesOrStartsAnotherRun) {
   dialogs.inputs = {t.path()};
   cmdAdd_Click(ctx, f);
   mnuAddManual_Click(ctx, f);
-  mnuAddSourceFiles_Click(ctx, f);
+  EXPECT_FALSE(mnuAddSourceFiles_Click(f));  // the file finder stays closed
   mnuAddFromList_Click(ctx, f);
   FormDropped(ctx, f, {t.path()});
   cmdRemove_Click(ctx, f);
@@ -117,6 +111,7 @@ TEST_F(MainFormTest, DuringARunNothingChangesTheSourcesOrStartsAnotherRun) {
   EXPECT_FALSE(frmMain_QueryUnload(ctx, f));
   EXPECT_TRUE(ctx.counters.CancelRequested);
   f.inRun = false;
+  EXPECT_TRUE(mnuAddSourceFiles_Click(f));
   EXPECT_TRUE(frmMain_QueryUnload(ctx, f));
 }
 

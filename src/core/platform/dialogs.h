@@ -26,14 +26,6 @@ class Dialogs {
   virtual std::string SaveFile(const std::string& title, const std::string& filter,
                                const std::string& startFolder) = 0;
   virtual std::string PickFolder(const std::string& title, const std::string& startFolder) = 0;
-  // An open dialog that takes several files at once: the chosen paths in the order given, none
-  // when nothing was chosen. A seam without its own picker asks for one file.
-  virtual std::vector<std::string> OpenFiles(const std::string& title, const std::string& filter,
-                                             const std::string& startFolder) {
-    std::string one = OpenFile(title, filter, startFolder);
-    if (one.empty()) return {};
-    return {one};
-  }
   // A line for the person that asks nothing (the command about to be started, say). The window
   // program shows none; the runner prints it.
   virtual void Notice(const std::string& /*text*/) {}

@@ -80,13 +80,7 @@ void mnuAddManual_Click(RunContext& ctx, MainForm& f) {
   if (typed && !typed->empty()) Add(ctx, *typed);
 }
 
-void mnuAddSourceFiles_Click(RunContext& ctx, MainForm& f) {
-  if (!SourcesEditable(f)) return;
-  for (const std::string& file :
-       ctx.dialogs.OpenFiles("Add Source Files", "All Files (*.*)|*.*", "")) {
-    Add(ctx, file);
-  }
-}
+bool mnuAddSourceFiles_Click(const MainForm& f) { return SourcesEditable(f); }
 
 void mnuAddFromList_Click(RunContext& ctx, MainForm& f) {
   if (!SourcesEditable(f)) return;

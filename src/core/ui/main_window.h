@@ -41,8 +41,9 @@ bool SourcesEditable(const MainForm& f);
 void cmdAdd_Click(RunContext& ctx, MainForm& f);
 // mnuAddManual: a typed path (or keyword) goes to AddSource.
 void mnuAddManual_Click(RunContext& ctx, MainForm& f);
-// mnuAddSourceFiles, tbAddFiles: each file chosen goes to AddSource, in the order chosen.
-void mnuAddSourceFiles_Click(RunContext& ctx, MainForm& f);
+// mnuAddSourceFiles, tbAddFiles: true when the file finder is to be shown, whose files then go
+// to AddSource; never while a run holds the sources.
+bool mnuAddSourceFiles_Click(const MainForm& f);
 // mnuAddFromList, tbAddList: a file list is listed as it is, without AddSource's tests.
 void mnuAddFromList_Click(RunContext& ctx, MainForm& f);
 // Removes the selected entries, then selects the entry now at the first removed position, or

@@ -1,0 +1,157 @@
+// The file finder's logic over real folders: what it lists, that listing and picking leave
+// every folder's and file's times as they were, its messages, and OK through the callback.
+#include "ui/file_finder.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/child_process.h"
+#include "support/fake_dialogs.h"
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+class FileFinderTest : public ::testing::Test {
+ protected:
+  test::FakeDialogs dialogs;
+  test::FakePump pump;
+  RunContext ctx{dialogs, pump};
+  test::TempDir t;
+  FileFinderForm f;
+};
+
+struct Stamps {
+  struct timespec atime, mtime;
+  bool operator==(const Stamps& o) const {
+    return atime.tv_sec == o.atime.tv_sec && atime.tv_nsec == o.atime.tv_nsec &&
+           mtime.tv_sec == o.mtime.tv_sec && mtime.tv_nsec == o.mtime.tv_nsec;
+  }
+};
+
+Stamps StampsOf(const std::string& path) {
+  struct stat st {};
+  EXPECT_EQ(stat(path.c_str(), &st), 0) << path;
+  return {st.st_atim, st.st_mtim};
+}
+
+TEST_F(FileFinderTest, ListingAndPickingLeaveEveryTimeAsItWas) {
+  const std::string src = t.MakeDir("src");
+  std::vector<std::string> all = {src,
+                                  t.WriteFile("src/b.txt", "b"),
+                                  t.WriteFile("src/a.txt", "a"),
+                                  t.MakeDir("src/sub"),
+                                  t.WriteFile("src/sub/c.txt", "c"),
+                                  t.MakeDir("src/sub/deeper")};
+  // Access times older than the modification times: any read or listing would move them.
+  std::map<std::string, Stamps> before;
+  long n = 0;
+  for (const std::string& p : all) {
+    const struct timespec old[2] = {{1000000000 + n, 111 * n}, {1200000000 + n, 222 * n}};
+    ASSERT_EQ(utimensat(AT_FDCWD, p.c_str(), old, 0), 0);
+    before[p] = StampsOf(p);
+    ++n;
+  }
+
+  txtSourceFolder_Change(ctx, f, src);
+  EXPECT_EQ(f.lstFiles, (std::vector<std::string>{"a.txt", "b.txt"})) << "files only, by name";
+  EXPECT_EQ(ListSubfolders(ctx, src), std::vector<std::string>{"sub"});
+  EXPECT_EQ(ListSubfolders(ctx, src + "/sub/"), std::vector<std::string>{"deeper"});
+  dDirs_Change(ctx, f, src + "/sub");
+  EXPECT_EQ(f.txtSourceFolder, src + "/sub");
+  EXPECT_EQ(f.lstFiles, std::vector<std::string>{"c.txt"});
+  f.lstFilesSelected = {0};
+  std::vector<std::string> added;
+  OKButton_Click(f, [&](const std::string& p) { added.push_back(p); });
+  EXPECT_EQ(added, std::vector<std::string>{src + "/sub/c.txt"});
+
+  for (const std::string& p : all) EXPECT_EQ(StampsOf(p), before[p]) << p;
+  EXPECT_TRUE(dialogs.shown.empty());
+}
+
+TEST_F(FileFinderTest, LoadOpensTheTreeOnTheDriveThatHoldsTheStartFolder) {
+  f.lstFiles = {"stale"};
+  frmFileFind_Load(f, t.path());
+  ASSERT_GE(f.dDrivesIndex, 0);
+  const std::string drive = f.dDrives[static_cast<size_t>(f.dDrivesIndex)];
+  EXPECT_EQ(f.dDirs, drive);
+  // The nearest mount point above the folder: no other drive holds it more closely.
+  auto holds = [&](const std::string& d) {
+    return (t.path() + "/").rfind(d == "/" ? d : d + "/", 0) == 0;
+  };
+  EXPECT_TRUE(holds(drive));
+  for (const std::string& d : f.dDrives) EXPECT_FALSE(holds(d) && d.size() > drive.size()) << d;
+  EXPECT_TRUE(f.lstFiles.empty());
+}
+
+TEST_F(FileFinderTest, OkAddsTheSelectionInListOrderAndKeepsIt) {
+  t.WriteFile("d/one", "1");
+  t.WriteFile("d/two", "2");
+  t.WriteFile("d/three", "3");
+  dialogs.picks = {t / "d", ""};
+  cmdSourceBrowse_Click(ctx, f);
+  cmdSourceBrowse_Click(ctx, f);  // nothing chosen: the folder stays
+  EXPECT_EQ(dialogs.pickerTitles,
+            (std::vector<std::string>{"Choose a Source Folder", "Choose a Source Folder"}));
+  ASSERT_EQ(f.lstFiles, (std::vector<std::string>{"one", "three", "two"}));
+  f.lstFilesSelected = {2, 0};
+  std::vector<std::string> added;
+  OKButton_Click(f, [&](const std::string& p) { added.push_back(p); });
+  EXPECT_EQ(added, (std::vector<std::string>{t / "d/one", t / "d/two"}));
+  EXPECT_EQ(f.lstFilesSelected, (std::vector<int>{2, 0}));
+  f.visible = true;
+  CancelButton_Click(f);
+  EXPECT_FALSE(f.visible);
+}
+
+TEST_F(FileFinderTest, AFolderThatCannotBeListedLeavesTheListEmpty) {
+  t.WriteFile("d/one", "1");
+  txtSourceFolder_Change(ctx, f, t / "d");
+  ASSERT_EQ(f.lstFiles.size(), 1u);
+  txtSourceFolder_Change(ctx, f, t / "d/on");  // typed half way: no such folder
+  EXPECT_TRUE(f.lstFiles.empty());
+  txtSourceFolder_Change(ctx, f, "");
+  EXPECT_TRUE(f.lstFiles.empty());
+  EXPECT_TRUE(dialogs.shown.empty());
+
+  // A drive that is gone says why, and the last good one stays chosen.
+  f.dDrives = {t / "unplugged", t.path()};
+  dDrives_Change(ctx, f, 1);
+  dDrives_Change(ctx, f, 0);
+  EXPECT_EQ(f.dDrivesIndex, 1);
+  EXPECT_EQ(f.dDirs, t.path());
+  EXPECT_EQ(f.txtSourceFolder, t.path());
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text, "2 : No such file or directory");
+}
+
+TEST_F(FileFinderTest, ADeniedFolderSaysSo) {
+  if (!test::CanBecomeNobody()) GTEST_SKIP() << "needs root to run the case as user nobody";
+  ASSERT_EQ(chmod(t.path().c_str(), 0755), 0);
+  const std::string denied = t.MakeDir("denied");
+  t.WriteFile("denied/secret.txt", "x");
+  ASSERT_EQ(chmod(denied.c_str(), 0700), 0);
+  const auto outcome = test::RunInChild([&](std::string& out) {
+    if (!test::BecomeNobody()) return test::kChildCannotSetUp;
+    test::FakeDialogs d;
+    test::FakePump p;
+    RunContext c(d, p);
+    FileFinderForm form;
+    txtSourceFolder_Change(c, form, denied);
+    for (const std::string& text : d.Texts()) out += text + "|";
+    return static_cast<int>(form.lstFiles.size());
+  });
+  ASSERT_NE(outcome.exitCode, test::kChildCannotSetUp) << "could not become nobody";
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_EQ(outcome.output,
+            "You do not appear to have proper permissions to access this folder: \r\n\r\n" +
+                denied + "/|");
+}
+
+}  // namespace
+}  // namespace qr
