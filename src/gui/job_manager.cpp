@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "exec/run_driver.h"
+#include "jobdef/source_list.h"
 #include "file_finder.h"
 #include "file_type_picker.h"
 #include "main_window.h"
@@ -68,6 +69,13 @@ JobManager::JobManager(RunContext& ctx, std::function<void(const std::string&)> 
     : QMainWindow(parent), ctx_(ctx), addSourceToMain_(std::move(addSourceToMain)),
       ui_(std::make_unique<Ui::frmLSW>()) {
   ui_->setupUi(this);
+  // Without a main window (a test, say) the finder's files still go through the same rules.
+  if (!addSourceToMain_) {
+    addSourceToMain_ = [this](const std::string& path) {
+      std::string source = path;
+      AddSource(ctx_, source);
+    };
+  }
   setWindowFlag(Qt::Window);  // a window of its own beside the main window
   setWindowTitle(kJobManagerCaption);
   for (const FieldLabel& l : kJobManagerLabels) {

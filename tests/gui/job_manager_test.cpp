@@ -8,14 +8,19 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMimeData>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTest>
+#include <QUrl>
 #include <filesystem>
 
+#include "file_finder.h"
 #include "main_window.h"
 #include "options_dialog.h"
 #include "progress_window.h"
@@ -61,7 +66,9 @@ class JobManagerWindowTest : public ::testing::Test {
 TEST_F(JobManagerWindowTest, AJobTypedSavedAndLoadedBackThroughTheWidgets) {
   EXPECT_EQ(manager.windowTitle(), "Lantern Sweep Job Manager");
   EXPECT_EQ(Child<QLineEdit>("txtTarget")->text(), "[RVDrive]/[JobName]/");
-  EXPECT_EQ(Child<QLabel>("lblSources")->text().remove('&'), "Sources:");
+  QLabel* name = Child<QLabel>("lblOrderName");
+  EXPECT_EQ(name->text(), "Job &Name:");  // the core's words, the form's mnemonic
+  EXPECT_EQ(name->buddy(), Child<QLineEdit>("txtOrderName"));
   QTest::keyClicks(Child<QLineEdit>("txtOrderName"), "Payroll");
   QTest::keyClicks(Child<QPlainTextEdit>("txtInstructions"), "Call Ann");
   QTest::keyClicks(Child<QLineEdit>("txtCompName"), "HOST-9");
@@ -130,10 +137,24 @@ TEST_F(JobManagerWindowTest, ActiveHelpFollowsTheMouseAndStaysWhenItLeaves) {
   EXPECT_EQ(Help(), "Date Filtering");
 }
 
-TEST_F(JobManagerWindowTest, FileTypesOpensThePickerOverTheExtensionBox) {
+TEST_F(JobManagerWindowTest, FileTypesAddFileAndDropsReachTheirWindowsAndTheList) {
   Child<QPushButton>("cmdBrowseFileTypes")->click();
   ASSERT_NE(manager.fileTypePicker(), nullptr);
   EXPECT_TRUE(manager.fileTypePicker()->isVisible());
+  Child<QPushButton>("lnkAddFile")->click();
+  auto* finder = manager.findChild<FileFinder*>();
+  ASSERT_NE(finder, nullptr);
+  EXPECT_TRUE(finder->isVisible());
+
+  QMimeData data;
+  data.setUrls({QUrl::fromLocalFile("/nowhere/a"), QUrl::fromLocalFile("/nowhere/b")});
+  QWidget* viewport = Child<QListWidget>("listSources")->viewport();
+  QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+  QApplication::sendEvent(viewport, &enter);
+  EXPECT_TRUE(enter.isAccepted());
+  QDropEvent drop(QPointF(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+  QApplication::sendEvent(viewport, &drop);
+  EXPECT_EQ(Child<QListWidget>("listSources")->count(), 2);  // kept as text, not checked here
   // What the picker writes into the box is the job's, as typing is.
   Child<QLineEdit>("txtExt")->setText("[Documents],pdf");
   QTest::keyClicks(Child<QLineEdit>("txtOrderName"), "Types");
@@ -180,6 +201,8 @@ TEST_F(JobManagerWindowTest, TheMainWindowsMenuOpensItAndItsRunCollectsThroughTh
   EXPECT_EQ(mainSources->item(0)->text(), Q(t / "src"));
   EXPECT_EQ(Child<QLineEdit>(&main, "txtTargetPath")->text(), Q(t / "out/J1"));
   EXPECT_TRUE(Child<QPushButton>(jm, "cmdRun")->isEnabled());
+  Child<QPushButton>(jm, "lnkAddFile")->click();  // the finder that adds to the main list
+  EXPECT_TRUE(main.fileFinder()->isVisible());
 }
 
 }  // namespace

@@ -125,7 +125,7 @@ TEST_F(JobManagerTest, ClearFormLeavesEmptyPathsAndKeepsTheComputerName) {
 TEST_F(JobManagerTest, RunHandsTheFieldsOverWithTheVariablesReplacedInTheirOrder) {
   const std::string source = t.MakeDir("src");
   ctx.settings.Sources = {"/left/over"};
-  ctx.settings.SearchAccessed = true;
+  ctx.settings.SearchModified = true;
   f.job.OrderName = "[CName]";  // replaced after [JobName], so the computer's name comes in
   f.job.Instructions = "Plug in";
   f.job.Target = "[RoverDrive]/[JobName]/[rvdrive]";
@@ -138,6 +138,7 @@ TEST_F(JobManagerTest, RunHandsTheFieldsOverWithTheVariablesReplacedInTheirOrder
   f.job.BeginMonth = " 3 ";
   f.job.BeginYear = " 2024 ";
   f.job.LSWSearchCreated = true;
+  f.job.LSWSearchAccessed = true;
 
   int runs = 0;
   cmdRun_Click(ctx, f, [&] {
@@ -156,7 +157,8 @@ TEST_F(JobManagerTest, RunHandsTheFieldsOverWithTheVariablesReplacedInTheirOrder
     EXPECT_EQ(s.StartMonth, "3");
     EXPECT_EQ(s.StartYear, " 2024 ");
     EXPECT_TRUE(s.SearchCreated);
-    EXPECT_TRUE(s.SearchAccessed);  // off in the job: left as the options had it
+    EXPECT_TRUE(s.SearchAccessed);
+    EXPECT_TRUE(s.SearchModified);  // off in the job: left as the options had it
   });
   EXPECT_EQ(runs, 1);
 
@@ -194,10 +196,18 @@ TEST_F(JobManagerTest, SourcesGoInAsTypedAndEditsReplaceInPlace) {
   EXPECT_EQ(f.job.Sources[1], "[RVDrive]/x");
   EXPECT_EQ(f.job.Sources[2], "[File List] /lists/l.txt");
 
-  f.listSourcesSelected = {3, 2};
+  listSources_DblClick(ctx, f, 4);  // no such row: no box
+  EXPECT_EQ(dialogs.shown.size(), 2u);
+
+  f.listSourcesSelected = {3, 9, 4, 1};
+  lnkRemove_Click(f);
+  EXPECT_EQ(f.job.Sources,
+            (std::vector<std::string>{"  [LDrive] ", "[File List] /lists/l.txt"}));
+  EXPECT_EQ(f.listSourcesSelected, std::vector<int>{1});  // past the end: the new last entry
+  f.listSourcesSelected = {7};
   lnkRemove_Click(f);
   EXPECT_EQ(f.job.Sources.size(), 2u);
-  EXPECT_EQ(f.listSourcesSelected, std::vector<int>{1});  // past the end: the new last entry
+  EXPECT_TRUE(f.listSourcesSelected.empty());
 }
 
 TEST_F(JobManagerTest, BrowseButtonsOfferTheirDefaultsAndKeepTheFieldWithoutAChoice) {
