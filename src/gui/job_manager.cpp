@@ -86,6 +86,9 @@ JobManager::JobManager(RunContext& ctx, std::function<void(const std::string&)> 
       label->setText(l.label);
     }
   }
+  // The help text lies on the pane itself; it scrolls only when the window is small.
+  ui_->scrollHelp->viewport()->setAutoFillBackground(false);
+  ui_->scrollHelpContents->setAutoFillBackground(false);
   ui_->listSources->viewport()->setAcceptDrops(true);
   ui_->listSources->viewport()->installEventFilter(this);
   Bind();
