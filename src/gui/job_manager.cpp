@@ -341,9 +341,12 @@ void JobManager::Refresh() {
 
   ui_->lblHelpTopic->setText(Q(form_.lblHelpTopic));
   ui_->lblHelpContent->setText(DisplayText(form_.lblHelpContent));
-  // A job may not be run into a run under way.
+  // Neither a second run nor a load may reach into the run under way.
   const bool idle = ctx_.view.runControlsEnabled;
-  if (ui_->cmdRun->isEnabled() != idle) ui_->cmdRun->setEnabled(idle);
+  for (QWidget* w : std::initializer_list<QWidget*>{ui_->cmdRun, ui_->cmdLoad}) {
+    if (w->isEnabled() != idle) w->setEnabled(idle);
+  }
+  if (ui_->mnuLoadLSW->isEnabled() != idle) ui_->mnuLoadLSW->setEnabled(idle);
   refreshing_ = false;
 }
 

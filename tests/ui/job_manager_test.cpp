@@ -162,12 +162,14 @@ TEST_F(JobManagerTest, RunHandsTheFieldsOverWithTheVariablesReplacedInTheirOrder
   });
   EXPECT_EQ(runs, 1);
 
-  // During a run the hand-over would change the job in hand: nothing happens.
+  // During a run neither the hand-over nor a load may change the job in hand.
   ctx.view.runControlsEnabled = false;
   f.job.Sources = {};
   cmdRun_Click(ctx, f, [&] { ++runs; });
+  EXPECT_FALSE(OpenJobFile(ctx, f, t.WriteFile("j.lsw", "[JNAME]\tJ\r\n[SRC]\t/j\r\n")));
   EXPECT_EQ(runs, 1);
   EXPECT_EQ(ctx.settings.Sources.size(), 2u);
+  EXPECT_EQ(f.job.OrderName, "[CName]");
 }
 
 TEST_F(JobManagerTest, SourcesGoInAsTypedAndEditsReplaceInPlace) {

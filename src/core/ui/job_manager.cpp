@@ -89,7 +89,8 @@ std::string LswFolder(const RunContext& ctx) {
 }
 
 bool OpenJobFile(RunContext& ctx, JobManagerForm& f, const std::string& path) {
-  if (Trim(path).empty()) return false;
+  // A load replaces options that the run in hand is reading.
+  if (Trim(path).empty() || !ctx.view.runControlsEnabled) return false;
   int err = 0;
   std::optional<std::string> bytes = ReadWholeFile(path, &err);
   std::string why;
@@ -127,6 +128,7 @@ bool OpenJobFile(RunContext& ctx, JobManagerForm& f, const std::string& path) {
 }
 
 void cmdLoad_Click(RunContext& ctx, JobManagerForm& f) {
+  if (!ctx.view.runControlsEnabled) return;
   const std::string path = ctx.dialogs.OpenFile(
       "Open a Lantern Sweep or Ravelin Job file",
       "Ravelin Files (*.lsw, *.rvj)|*.lsw;*.rvj|Lantern Sweep Files (*.lsw)|*.lsw|Ravelin Job "

@@ -50,7 +50,7 @@ std::string LswFolder(const RunContext& ctx);
 // Clears the form and loads `path` into it and the options. A file that is not a job file
 // (binary, no tagged line) or that can't be read or holds a bad number is refused with a box
 // that says so, and then the form and the options are left as they were. True when loaded; a
-// .lsw file loaded becomes the window's JobFilePath.
+// .lsw file loaded becomes the window's JobFilePath. Nothing is loaded while a run is under way.
 bool OpenJobFile(RunContext& ctx, JobManagerForm& f, const std::string& path);
 // cmdLoad, mnuLoadLSW.
 void cmdLoad_Click(RunContext& ctx, JobManagerForm& f);
