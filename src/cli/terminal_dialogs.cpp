@@ -110,7 +110,10 @@ Answer TerminalDialogs::MessageBox(const std::string& text, const std::string& t
   PrintHeader(title, icon);
   err_ << TerminalText(text) << "\n";
 
-  const Answer yes = buttons == Buttons::YesNo ? Answer::Yes : Answer::Ok;
+  // A three-way question answered on a terminal is Yes or Cancel: "no" refuses, as it does
+  // everywhere else here.
+  const bool yesNo = buttons == Buttons::YesNo || buttons == Buttons::YesNoCancel;
+  const Answer yes = yesNo ? Answer::Yes : Answer::Ok;
   const Answer no = buttons == Buttons::YesNo ? Answer::No : Answer::Cancel;
   Answer answer = yes;
   if (assumeYes_) {
@@ -132,7 +135,7 @@ Answer TerminalDialogs::MessageBox(const std::string& text, const std::string& t
     return Answer::Ok;
   }
   const std::string prompt =
-      buttons == Buttons::YesNo ? "[y] Yes / [n] No: " : "[y] OK / [n] Cancel: ";
+      yesNo ? "[y] Yes / [n] No: " : "[y] OK / [n] Cancel: ";
   for (;;) {
     err_ << prompt << std::flush;
     std::optional<std::string> line = ReadLine();

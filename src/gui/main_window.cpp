@@ -97,6 +97,13 @@ MainWindow::MainWindow(RunContext& ctx, WindowRegistry& windows,
   connect(ui_->mnuSaveDefault, &QAction::triggered, this,
           [this] { Do([&] { mnuSaveDefault_Click(ctx_); }); });
   connect(ui_->mnuExit, &QAction::triggered, this, &QWidget::close);
+  // The job author's way to the job manager.
+  connect(ui_->mnuJobManager, &QAction::triggered, this, [this] {
+    jobManager_->Refresh();
+    jobManager_->show();
+    jobManager_->raise();
+    jobManager_->activateWindow();
+  });
   for (QAction* a : {ui_->mnuRavelinHelp, ui_->tbHelp}) {
     connect(a, &QAction::triggered, this, [this] { Do([&] { mnuRavelinHelp_Click(ctx_); }); });
   }

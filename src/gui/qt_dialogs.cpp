@@ -78,6 +78,11 @@ Answer QtDialogs::MessageBox(const std::string& text, const std::string& title, 
       box.setDefaultButton(QMessageBox::Yes);
       box.setEscapeButton(QMessageBox::No);
       break;
+    case Buttons::YesNoCancel:
+      box.setStandardButtons(QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
+      box.setDefaultButton(QMessageBox::Yes);
+      box.setEscapeButton(QMessageBox::Cancel);
+      break;
   }
   switch (box.exec()) {
     case QMessageBox::Yes:
@@ -92,7 +97,7 @@ Answer QtDialogs::MessageBox(const std::string& text, const std::string& title, 
   // A box closed by its title bar counts as its negative button, as Escape does.
   if (box.clickedButton() == nullptr) {
     if (buttons == Buttons::YesNo) return Answer::No;
-    if (buttons == Buttons::OkCancel) return Answer::Cancel;
+    if (buttons == Buttons::OkCancel || buttons == Buttons::YesNoCancel) return Answer::Cancel;
   }
   return Answer::Ok;
 }

@@ -15,7 +15,9 @@
 #include "exec/startup.h"
 #include "file_finder.h"
 #include "file_type_picker.h"
+#include "jobdef/job_file.h"
 #include "jobdef/source_list.h"
+#include "job_manager.h"
 #include "main_window.h"
 #include "options_dialog.h"
 #include "platform/dialogs.h"
@@ -33,7 +35,7 @@ namespace fs = std::filesystem;
 class AnswerEverything : public Dialogs {
  public:
   Answer MessageBox(const std::string&, const std::string&, Icon, Buttons buttons) override {
-    return buttons == Buttons::YesNo ? Answer::Yes : Answer::Ok;
+    return buttons == Buttons::YesNo || buttons == Buttons::YesNoCancel ? Answer::Yes : Answer::Ok;
   }
   std::optional<std::string> InputBox(const std::string&, const std::string&,
                                       const std::string&) override {
@@ -186,6 +188,32 @@ int TakeScreenshots(const std::string& dir, std::ostream& out, std::ostream& err
   if (!progressTaken) {
     err << "The sample run ended before the progress window could be taken.\n";
     ++failures;
+  }
+  // The job manager with a prepared job loaded and the help of its target path shown.
+  {
+    PreparedJob sample;
+    sample.OrderName = "Finance share 2024";
+    sample.Instructions = "Plug the drive in, run the job and leave the computer on until the "
+                          "report shows.";
+    sample.ErrorNotes = "Call the help desk on 4100.";
+    sample.Sources = {"[UserFolder]", "/srv/finance/2024", "[File List] [RVDrive]/lists/extra.txt"};
+    sample.Ext = "doc,docx,xls,xlsx,pdf";
+    sample.BeginMonth = "1";
+    sample.BeginDay = "1";
+    sample.BeginYear = "2024";
+    sample.LSWSearchModified = true;
+    fs::create_directories(root / "program" / "_lsw");
+    const std::string job = (root / "program" / "_lsw" / "finance.lsw").string();
+    SaveJobFile(sample, ctx.settings, job);
+    JobManager* manager = window.jobManager();
+    manager->OpenJob(job);
+    if (auto* target = manager->findChild<QWidget*>("txtTarget")) {
+      QEvent enter(QEvent::Enter);
+      QCoreApplication::sendEvent(target, &enter);
+    }
+    Settle();
+    save(manager, "job_manager.png");
+    manager->hide();
   }
   window.hide();
   return failures == 0 ? 0 : 1;

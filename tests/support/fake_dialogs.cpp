@@ -12,6 +12,7 @@ Answer FakeDialogs::MessageBox(const std::string& text, const std::string& title
   }
   switch (buttons) {
     case Buttons::YesNo:
+    case Buttons::YesNoCancel:
       return Answer::Yes;
     case Buttons::Ok:
     case Buttons::OkCancel:
@@ -39,18 +40,21 @@ std::string NextPick(std::deque<std::string>& picks) {
 }
 }  // namespace
 
-std::string FakeDialogs::OpenFile(const std::string& title, const std::string&,
-                                  const std::string&) {
+std::string FakeDialogs::OpenFile(const std::string& title, const std::string& filter,
+                                  const std::string& startFolder) {
   pickerTitles.push_back(title);
+  pickerDetails.push_back({filter, startFolder});
   return NextPick(picks);
 }
-std::string FakeDialogs::SaveFile(const std::string& title, const std::string&,
-                                  const std::string&) {
+std::string FakeDialogs::SaveFile(const std::string& title, const std::string& filter,
+                                  const std::string& startFolder) {
   pickerTitles.push_back(title);
+  pickerDetails.push_back({filter, startFolder});
   return NextPick(picks);
 }
-std::string FakeDialogs::PickFolder(const std::string& title, const std::string&) {
+std::string FakeDialogs::PickFolder(const std::string& title, const std::string& startFolder) {
   pickerTitles.push_back(title);
+  pickerDetails.push_back({"", startFolder});
   return NextPick(picks);
 }
 

@@ -26,6 +26,12 @@ class FakeDialogs : public Dialogs {
   std::deque<std::optional<std::string>> inputs;
   std::deque<std::string> picks;  // answers of the file and folder pickers
   std::vector<std::string> pickerTitles;            // the title of every picker shown, in order
+  // The filter and start folder of each picker, beside its entry of pickerTitles.
+  struct PickerDetails {
+    std::string filter;
+    std::string startFolder;
+  };
+  std::vector<PickerDetails> pickerDetails;
   std::vector<std::string> notices;
 
   Answer MessageBox(const std::string& text, const std::string& title, Icon icon,

@@ -8,7 +8,7 @@
 namespace qr {
 
 enum class Icon { None, Information, Exclamation, Critical, Question };
-enum class Buttons { Ok, OkCancel, YesNo };
+enum class Buttons { Ok, OkCancel, YesNo, YesNoCancel };
 enum class Answer { Ok, Cancel, Yes, No };
 
 // Texts keep their CR LF line ends here; a drawing layer may show them as it likes.

@@ -1,0 +1,209 @@
+// The job manager offscreen, through its widgets: a job typed, saved and loaded back, Active
+// Help, File Types, a damaged job file, and a job run through the main window.
+#include "job_manager.h"
+
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMimeData>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTest>
+#include <QUrl>
+#include <filesystem>
+
+#include "file_finder.h"
+#include "main_window.h"
+#include "options_dialog.h"
+#include "progress_window.h"
+#include "qt_event_pump.h"
+#include "support/fake_dialogs.h"
+#include "support/temp_dir.h"
+#include "window_registry.h"
+
+namespace qr::gui {
+namespace {
+
+namespace fs = std::filesystem;
+
+QString Q(const std::string& s) { return QString::fromStdString(s); }
+
+class JobManagerWindowTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ctx.program.app.programFolder = t.MakeDir("program") + "/"; }
+
+  template <typename W>
+  static W* Child(QWidget* window, const char* name) {
+    W* w = window->findChild<W*>(name);
+    EXPECT_NE(w, nullptr) << name;
+    return w;
+  }
+  template <typename W>
+  W* Child(const char* name) {
+    return Child<W>(&manager, name);
+  }
+  void Hover(const char* name) {
+    QEvent enter(QEvent::Enter);
+    QCoreApplication::sendEvent(Child<QWidget>(name), &enter);
+  }
+  QString Help() { return Child<QLabel>("lblHelpTopic")->text(); }
+
+  test::TempDir t;
+  test::FakeDialogs dialogs;
+  QtEventPump pump{std::chrono::nanoseconds(0)};
+  RunContext ctx{dialogs, pump};
+  JobManager manager{ctx, nullptr};
+};
+
+TEST_F(JobManagerWindowTest, AJobTypedSavedAndLoadedBackThroughTheWidgets) {
+  EXPECT_EQ(manager.windowTitle(), "Lantern Sweep Job Manager");
+  EXPECT_EQ(Child<QLineEdit>("txtTarget")->text(), "[RVDrive]/[JobName]/");
+  QLabel* name = Child<QLabel>("lblOrderName");
+  EXPECT_EQ(name->text(), "Job &Name:");  // the core's words, the form's mnemonic
+  EXPECT_EQ(name->buddy(), Child<QLineEdit>("txtOrderName"));
+  QTest::keyClicks(Child<QLineEdit>("txtOrderName"), "Payroll");
+  QTest::keyClicks(Child<QPlainTextEdit>("txtInstructions"), "Call Ann");
+  QTest::keyClicks(Child<QLineEdit>("txtCompName"), "HOST-9");
+  QTest::keyClicks(Child<QLineEdit>("txtBeginMonth"), "13");  // out of range: not written
+  QTest::keyClicks(Child<QLineEdit>("txtEndYear"), "2025");
+  Child<QLineEdit>("txtLogPath")->clear();
+  QTest::keyClicks(Child<QLineEdit>("txtLogPath"), "[RVDrive]/logs");
+  Child<QCheckBox>("chkLSWSearchAccessed")->click();
+  QComboBox* action = Child<QComboBox>("cboExtAction");
+  action->setFocus();
+  QTest::keyClick(action, Qt::Key_Down);
+  dialogs.inputs = {"[LDrive]"};
+  Child<QPushButton>("lnkTypePath")->click();
+  ctx.settings.ExclusionPatterns = {"*.tmp"};
+
+  t.MakeDir("jobs");
+  dialogs.picks = {t / "jobs/payroll"};
+  Child<QPushButton>("cmdSave")->click();
+  const std::string saved = test::ReadBytes(t / "jobs/payroll.lsw");
+  for (const char* line : {"[JNAME]\tPayroll\r\n", "[JINSTRUCT]\tCall Ann\r\n",
+                           "[JPATH]\t[RVDrive]/logs\r\n", "[SRC]\t[LDrive]\r\n",
+                           "[EXCLUSION]\t*.tmp\r\n", "[EYEAR]\t2025\r\n",
+                           "[SEARCHACCESSED]\t1\r\n", "[EXTOP]\t1\r\n", "[CNAME]\tHOST-9\r\n"}) {
+    EXPECT_NE(saved.find(line), std::string::npos) << line << "\n" << saved;
+  }
+  EXPECT_EQ(saved.find("[BMONTH]"), std::string::npos);
+
+  JobManager other(ctx, nullptr);
+  dialogs.picks = {t / "jobs/payroll.lsw"};
+  Child<QPushButton>(&other, "cmdLoad")->click();
+  EXPECT_EQ(Child<QLineEdit>(&other, "txtOrderName")->text(), "Payroll");
+  EXPECT_EQ(Child<QPlainTextEdit>(&other, "txtInstructions")->toPlainText(), "Call Ann");
+  EXPECT_EQ(Child<QLineEdit>(&other, "txtCompName")->text(), "HOST-9");
+  EXPECT_EQ(Child<QLineEdit>(&other, "txtLogPath")->text(), "[RVDrive]/logs");
+  EXPECT_EQ(Child<QLineEdit>(&other, "txtBeginMonth")->text(), "");
+  EXPECT_TRUE(Child<QCheckBox>(&other, "chkLSWSearchAccessed")->isChecked());
+  EXPECT_FALSE(Child<QCheckBox>(&other, "chkLSWSearchCreated")->isChecked());
+  EXPECT_EQ(Child<QComboBox>(&other, "cboExtAction")->currentIndex(), 1);
+  QListWidget* sources = Child<QListWidget>(&other, "listSources");
+  ASSERT_EQ(sources->count(), 1);
+  EXPECT_EQ(sources->item(0)->text(), "[LDrive]");
+
+  // Loaded from a .lsw, Save writes back to it without asking.
+  const size_t asked = dialogs.pickerTitles.size();
+  QTest::keyClicks(Child<QLineEdit>(&other, "txtOrderName"), " 2");
+  Child<QPushButton>(&other, "cmdSave")->click();
+  EXPECT_EQ(dialogs.pickerTitles.size(), asked);
+  EXPECT_NE(test::ReadBytes(t / "jobs/payroll.lsw").find("[JNAME]\tPayroll 2\r\n"),
+            std::string::npos);
+}
+
+TEST_F(JobManagerWindowTest, ActiveHelpFollowsTheMouseAndStaysWhenItLeaves) {
+  Hover("txtTarget");
+  EXPECT_EQ(Help(), "Job Target Path");
+  EXPECT_TRUE(Child<QLabel>("lblHelpContent")->text().startsWith("Type the path that you want"));
+  Hover("cmdRun");  // no topic of its own: the pane keeps what it had
+  EXPECT_EQ(Help(), "Job Target Path");
+  Hover("txtCommonLog");
+  EXPECT_EQ(Help(), "Common Log");
+  manager.show();
+  manager.activateWindow();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(&manager));
+  Child<QComboBox>("cboExtAction")->setFocus();
+  EXPECT_EQ(Help(), "Extension Filtering");
+  Child<QCheckBox>("chkLSWSearchModified")->click();
+  EXPECT_EQ(Help(), "Date Filtering");
+}
+
+TEST_F(JobManagerWindowTest, FileTypesAddFileAndDropsReachTheirWindowsAndTheList) {
+  Child<QPushButton>("cmdBrowseFileTypes")->click();
+  ASSERT_NE(manager.fileTypePicker(), nullptr);
+  EXPECT_TRUE(manager.fileTypePicker()->isVisible());
+  Child<QPushButton>("lnkAddFile")->click();
+  auto* finder = manager.findChild<FileFinder*>();
+  ASSERT_NE(finder, nullptr);
+  EXPECT_TRUE(finder->isVisible());
+
+  QMimeData data;
+  data.setUrls({QUrl::fromLocalFile("/nowhere/a"), QUrl::fromLocalFile("/nowhere/b")});
+  QWidget* viewport = Child<QListWidget>("listSources")->viewport();
+  QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+  QApplication::sendEvent(viewport, &enter);
+  EXPECT_TRUE(enter.isAccepted());
+  QDropEvent drop(QPointF(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+  QApplication::sendEvent(viewport, &drop);
+  EXPECT_EQ(Child<QListWidget>("listSources")->count(), 2);  // kept as text, not checked here
+  // What the picker writes into the box is the job's, as typing is.
+  Child<QLineEdit>("txtExt")->setText("[Documents],pdf");
+  QTest::keyClicks(Child<QLineEdit>("txtOrderName"), "Types");
+  dialogs.picks = {t / "types"};
+  Child<QPushButton>("cmdSave")->click();
+  EXPECT_NE(test::ReadBytes(t / "types.lsw").find("[EXTS]\t[Documents],pdf\r\n"),
+            std::string::npos);
+}
+
+TEST_F(JobManagerWindowTest, ADamagedJobFileIsSaidAndTheWindowKeepsItsFields) {
+  QTest::keyClicks(Child<QLineEdit>("txtOrderName"), "Mine");
+  manager.OpenJob(t.WriteFile("_lsw/broken.lsw", std::string("\x7f" "ELF\0\0\0\t[JNAME]", 12)));
+  EXPECT_TRUE(manager.isVisible());
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_NE(dialogs.shown[0].text.find("could not be loaded: it is not a job file."),
+            std::string::npos);
+  EXPECT_EQ(Child<QLineEdit>("txtOrderName")->text(), "Mine");
+  EXPECT_EQ(Child<QLineEdit>("txtTarget")->text(), "[RVDrive]/[JobName]/");
+}
+
+TEST_F(JobManagerWindowTest, TheMainWindowsMenuOpensItAndItsRunCollectsThroughTheMainWindow) {
+  WindowRegistry windows;
+  pump.setRefresh([&] { windows.RefreshAll(); });
+  MainWindow main(ctx, windows);
+  main.show();
+  JobManager* jm = main.jobManager();
+  EXPECT_FALSE(jm->isVisible());
+  Child<QAction>(&main, "mnuJobManager")->trigger();
+  EXPECT_TRUE(jm->isVisible());
+
+  t.WriteFile("src/a.txt", "alpha");
+  ctx.settings.Sources = {"/left/over/from/before"};
+  dialogs.inputs = {t / "src"};
+  Child<QPushButton>(jm, "lnkTypePath")->click();
+  QTest::keyClicks(Child<QLineEdit>(jm, "txtOrderName"), "J1");
+  Child<QLineEdit>(jm, "txtTarget")->setText(Q(t / "out/[JobName]"));
+  Child<QLineEdit>(jm, "txtLogPath")->setText(Q(t / "logs/[JobName]"));
+  Child<QPushButton>(jm, "cmdRun")->click();
+
+  EXPECT_EQ(test::ReadBytes(t / "out/J1/src/a.txt"), "alpha");
+  EXPECT_TRUE(fs::exists(t / "logs/J1/_verification_log.csv"));
+  QListWidget* mainSources = Child<QListWidget>(&main, "lstSources");
+  ASSERT_EQ(mainSources->count(), 1);
+  EXPECT_EQ(mainSources->item(0)->text(), Q(t / "src"));
+  EXPECT_EQ(Child<QLineEdit>(&main, "txtTargetPath")->text(), Q(t / "out/J1"));
+  EXPECT_TRUE(Child<QPushButton>(jm, "cmdRun")->isEnabled());
+  Child<QPushButton>(jm, "lnkAddFile")->click();  // the finder that adds to the main list
+  EXPECT_TRUE(main.fileFinder()->isVisible());
+}
+
+}  // namespace
+}  // namespace qr::gui

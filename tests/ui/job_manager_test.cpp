@@ -1,0 +1,326 @@
+#include "ui/job_manager.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "jobdef/settings_files.h"
+#include "platform/dates.h"
+#include "platform/machine.h"
+#include "support/fake_dialogs.h"
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+namespace fs = std::filesystem;
+
+class JobManagerTest : public ::testing::Test {
+ protected:
+  test::FakeDialogs dialogs;
+  test::FakePump pump;
+  RunContext ctx{dialogs, pump};
+  JobManagerForm f;
+  test::TempDir t;
+  void SetUp() override { ctx.program.app.programFolder = t.MakeDir("program") + "/"; }
+  std::string Drive() const { return ProgramDrive(t / "program"); }
+};
+
+TEST_F(JobManagerTest, SaveNeedsANameAndAsksForAFileUnlessAJobWasLoaded) {
+  f.job.OrderName = "   ";
+  cmdSave_Click(ctx, f);
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text, "You must enter a Job Name before saving.");
+  EXPECT_EQ(dialogs.shown[0].title, "Quillon Ravelin 2.2 Rover Edition");
+  EXPECT_EQ(dialogs.shown[0].icon, Icon::Information);
+  EXPECT_TRUE(dialogs.pickerTitles.empty());
+
+  f.job.OrderName = "Audit";
+  dialogs.picks = {t / "a", t / "b.LSW", ""};
+  cmdSave_Click(ctx, f);  // ".lsw" added
+  cmdSave_Click(ctx, f);  // the name chosen is not remembered: asks again; ".LSW" kept
+  cmdSave_Click(ctx, f);  // closed without a name: nothing is written
+  EXPECT_EQ(dialogs.pickerTitles, std::vector<std::string>(3, "Save Lantern Sweep file"));
+  EXPECT_EQ(dialogs.pickerDetails[0].filter, "Lantern Sweep files (*.lsw)|*.lsw");
+  EXPECT_EQ(dialogs.pickerDetails[0].startFolder, t / "program/_lsw");
+  EXPECT_TRUE(fs::exists(t / "a.lsw"));
+  EXPECT_TRUE(fs::exists(t / "b.LSW"));
+  EXPECT_FALSE(fs::exists(t / "b.LSW.lsw"));
+  EXPECT_FALSE(fs::exists(".lsw"));
+
+  // A loaded .lsw is saved in place; Save As always asks.
+  ASSERT_TRUE(OpenJobFile(ctx, f, t / "a.lsw"));
+  f.job.Instructions = "changed";
+  cmdSave_Click(ctx, f);
+  EXPECT_EQ(dialogs.pickerTitles.size(), 3u);
+  EXPECT_NE(test::ReadBytes(t / "a.lsw").find("[JINSTRUCT]\tchanged\r\n"), std::string::npos);
+  dialogs.picks = {t / "c"};
+  cmdSaveAs_Click(ctx, f);
+  EXPECT_EQ(dialogs.pickerTitles.back(), "Save As Lantern Sweep file");
+  EXPECT_TRUE(fs::exists(t / "c.lsw"));
+  EXPECT_EQ(f.JobFilePath, t / "a.lsw");
+}
+
+TEST_F(JobManagerTest, LoadTakesAJobAndAJobRecordIsNeverSavedInPlace) {
+  const std::string rvj = t.WriteFile("_jobfile.rvj", "[TARGET]\t/t\r\n[SRC]\t[RVDrive]/x\r\n");
+  dialogs.picks = {rvj};
+  cmdLoad_Click(ctx, f);
+  EXPECT_EQ(dialogs.pickerTitles.back(), "Open a Lantern Sweep or Ravelin Job file");
+  EXPECT_EQ(dialogs.pickerDetails.back().filter,
+            "Ravelin Files (*.lsw, *.rvj)|*.lsw;*.rvj|Lantern Sweep Files (*.lsw)|*.lsw|"
+            "Ravelin Job (*.rvj)|*.rvj");
+  EXPECT_EQ(f.job.Target, "/t");
+  EXPECT_EQ(f.job.Sources, std::vector<std::string>{"[RVDrive]/x"});
+  EXPECT_FALSE(f.JobLoaded);
+  EXPECT_TRUE(f.JobFilePath.empty());
+
+  f.job.OrderName = "From a record";
+  dialogs.picks = {t / "new"};
+  cmdSave_Click(ctx, f);
+  EXPECT_EQ(dialogs.pickerTitles.back(), "Save Lantern Sweep file");
+  EXPECT_EQ(test::ReadBytes(rvj), "[TARGET]\t/t\r\n[SRC]\t[RVDrive]/x\r\n");
+}
+
+TEST_F(JobManagerTest, ADamagedJobFileIsRefusedAndChangesNothing) {
+  f.job.OrderName = "Kept";
+  f.job.Sources = {"/kept"};
+  f.JobFilePath = t / "kept.lsw";
+  ctx.settings.ExclusionPatterns = {"*.tmp"};
+  const std::vector<std::string> bad = {
+      t.WriteFile("binary.lsw", std::string("[JNAME]\tx\r\n\0\x01\x02", 16)),
+      t.WriteFile("number.lsw", "[JNAME]\tx\r\n[SRC]\t/y\r\n[LOG]\tyes\r\n"),
+      t.WriteFile("prose.lsw", "just some words\r\nno tags here\r\n"),
+      t / "missing.lsw",
+  };
+  for (const std::string& path : bad) {
+    SCOPED_TRACE(path);
+    dialogs.shown.clear();
+    EXPECT_FALSE(OpenJobFile(ctx, f, path));
+    ASSERT_EQ(dialogs.shown.size(), 1u);
+    EXPECT_EQ(dialogs.shown[0].text.rfind("The job file " + path + " could not be loaded: ", 0),
+              0u);
+    EXPECT_EQ(f.job.OrderName, "Kept");
+    EXPECT_EQ(f.job.Sources, std::vector<std::string>{"/kept"});
+    EXPECT_EQ(f.JobFilePath, t / "kept.lsw");
+    EXPECT_EQ(ctx.settings.ExclusionPatterns, std::vector<std::string>{"*.tmp"});
+  }
+}
+
+TEST_F(JobManagerTest, ClearFormLeavesEmptyPathsAndKeepsTheComputerName) {
+  f.job.CompName = "HOST1";
+  f.job.ExtAction = kExtensionDoNotCopy;
+  f.job.LSWSearchAccessed = true;
+  f.job.Sources = {"/a"};
+  ClearForm(f);
+  EXPECT_TRUE(f.job.Target.empty());
+  EXPECT_TRUE(f.job.LogPath.empty());
+  EXPECT_TRUE(f.job.Sources.empty());
+  EXPECT_EQ(f.job.ExtAction, kExtensionCopyOnly);
+  EXPECT_FALSE(f.job.LSWSearchAccessed);
+  EXPECT_EQ(f.job.CompName, "HOST1");
+}
+
+TEST_F(JobManagerTest, RunHandsTheFieldsOverWithTheVariablesReplacedInTheirOrder) {
+  const std::string source = t.MakeDir("src");
+  ctx.settings.Sources = {"/left/over"};
+  ctx.settings.SearchModified = true;
+  f.job.OrderName = "[CName]";  // replaced after [JobName], so the computer's name comes in
+  f.job.Instructions = "Plug in";
+  f.job.Target = "[RoverDrive]/[JobName]/[rvdrive]";
+  f.job.LogPath = "[RVDrive]/_Logs/[UName]/[Date]";
+  f.job.CommonLog = "  /common/[JobName]  ";
+  f.job.Sources = {source, "[File List] [RVDrive]/list.txt"};
+  f.job.Ext = "doc,xls";
+  f.job.ExtAction = kExtensionDoNotCopy;
+  f.job.ExtFile = "[RVDrive]/ext.txt";
+  f.job.BeginMonth = " 3 ";
+  f.job.BeginYear = " 2024 ";
+  f.job.LSWSearchCreated = true;
+  f.job.LSWSearchAccessed = true;
+
+  int runs = 0;
+  cmdRun_Click(ctx, f, [&] {
+    ++runs;
+    const JobSettings& s = ctx.settings;
+    EXPECT_EQ(ctx.job.JobName, "[CName]");
+    EXPECT_EQ(ctx.job.SpecialInstructions, "Plug in");
+    EXPECT_EQ(s.TargetPath, Drive() + "/" + ComputerName() + "/[rvdrive]");
+    EXPECT_EQ(s.LogPath,
+              Drive() + "/_Logs/" + UserName() + "/" + MediumDate(ToLocal(Clock::now())));
+    EXPECT_EQ(s.CommonLogPath, "/common/[JobName]");
+    EXPECT_EQ(s.Sources, (std::vector<std::string>{source, "[File List] " + Drive() + "/list.txt"}));
+    EXPECT_EQ(s.Extensions, "doc,xls");
+    EXPECT_EQ(s.Extension, kExtensionDoNotCopy);
+    EXPECT_EQ(s.ExtListFile, Drive() + "/ext.txt");
+    EXPECT_EQ(s.StartMonth, "3");
+    EXPECT_EQ(s.StartYear, " 2024 ");
+    EXPECT_TRUE(s.SearchCreated);
+    EXPECT_TRUE(s.SearchAccessed);
+    EXPECT_TRUE(s.SearchModified);  // off in the job: left as the options had it
+  });
+  EXPECT_EQ(runs, 1);
+
+  // During a run neither the hand-over nor a load may change the job in hand.
+  ctx.view.runControlsEnabled = false;
+  f.job.Sources = {};
+  cmdRun_Click(ctx, f, [&] { ++runs; });
+  EXPECT_FALSE(OpenJobFile(ctx, f, t.WriteFile("j.lsw", "[JNAME]\tJ\r\n[SRC]\t/j\r\n")));
+  EXPECT_EQ(runs, 1);
+  EXPECT_EQ(ctx.settings.Sources.size(), 2u);
+  EXPECT_EQ(f.job.OrderName, "[CName]");
+}
+
+TEST_F(JobManagerTest, SourcesGoInAsTypedAndEditsReplaceInPlace) {
+  dialogs.inputs = {"  [LDrive] ", "", std::nullopt};
+  lnkTypePath_Click(ctx, f);
+  lnkTypePath_Click(ctx, f);  // empty answer
+  lnkTypePath_Click(ctx, f);  // cancelled
+  EXPECT_EQ(dialogs.shown[0].title, "Add Path Manually");
+  dialogs.picks = {"/nowhere/at/all", "/lists/l.txt", ""};
+  lnkAddFolder_Click(ctx, f);
+  lnkAddFileList_Click(ctx, f);
+  lnkAddFolder_Click(ctx, f);
+  EXPECT_EQ(dialogs.pickerTitles,
+            (std::vector<std::string>{"Select a Source Directory", "Choose a file list.",
+                                      "Select a Source Directory"}));
+  listSources_Dropped(f, {"/dropped", "  "});
+  EXPECT_EQ(f.job.Sources, (std::vector<std::string>{"  [LDrive] ", "/nowhere/at/all",
+                                                     "[File List] /lists/l.txt", "/dropped"}));
+  EXPECT_TRUE(ctx.settings.Sources.empty());
+
+  dialogs.shown.clear();
+  dialogs.inputs = {"[RVDrive]/x", ""};
+  listSources_DblClick(ctx, f, 1);
+  listSources_DblClick(ctx, f, 2);  // an empty answer leaves the entry
+  EXPECT_EQ(dialogs.shown[0].title, "Edit Path");
+  EXPECT_EQ(f.job.Sources[1], "[RVDrive]/x");
+  EXPECT_EQ(f.job.Sources[2], "[File List] /lists/l.txt");
+
+  listSources_DblClick(ctx, f, 4);  // no such row: no box
+  EXPECT_EQ(dialogs.shown.size(), 2u);
+
+  f.listSourcesSelected = {3, 9, 4, 1};
+  lnkRemove_Click(f);
+  EXPECT_EQ(f.job.Sources,
+            (std::vector<std::string>{"  [LDrive] ", "[File List] /lists/l.txt"}));
+  EXPECT_EQ(f.listSourcesSelected, std::vector<int>{1});  // past the end: the new last entry
+  f.listSourcesSelected = {7};
+  lnkRemove_Click(f);
+  EXPECT_EQ(f.job.Sources.size(), 2u);
+  EXPECT_TRUE(f.listSourcesSelected.empty());
+}
+
+TEST_F(JobManagerTest, BrowseButtonsOfferTheirDefaultsAndKeepTheFieldWithoutAChoice) {
+  f.job.CommonLog = "/old/common";
+  dialogs.picks = {"/t", "", "/c", "/e.txt"};
+  cmdBrowseTarget_Click(ctx, f);
+  cmdLogPath_Click(ctx, f);
+  cmdCommonLog_Click(ctx, f);
+  cmdBrowseExt_Click(ctx, f);
+  EXPECT_EQ(dialogs.pickerTitles,
+            (std::vector<std::string>{"Select a Target Path", "Select a folder for your log files",
+                                      "Select a Common Log Folder",
+                                      "Choose an extension list file to open"}));
+  EXPECT_EQ(dialogs.pickerDetails[0].startFolder, "[RoverDrive]/");
+  EXPECT_EQ(dialogs.pickerDetails[1].startFolder, "[RVDrive]/_Logs");
+  EXPECT_EQ(dialogs.pickerDetails[3].filter, "Extension List Files (*.txt)|*.txt");
+  EXPECT_EQ(f.job.Target, "/t");
+  EXPECT_EQ(f.job.LogPath, "[RVDrive]/_Logs/[JobName]/");
+  EXPECT_EQ(f.job.CommonLog, "/c");
+  EXPECT_EQ(f.job.ExtFile, "/e.txt");
+}
+
+TEST(JobManagerHelp, PathTopicsShareTheirVariableLinesWithTheDate) {
+  const std::string log = HelpText("Log Path", "15-Nov-26");
+  EXPECT_EQ(log,
+            "Type the path where you want the log files for this job to be stored or click "
+            "'Browse'. There are two built-in variables that you can use in this field:\r\n"
+            "\r\n"
+            "[RVDrive] : This variable is replaced with the drive letter that Ravelin is running "
+            "from. (example: 'E:')\r\n"
+            "[JobName] : This variable is replaced with the name of the job in order to separate "
+            "the logs by job name.\r\n"
+            "[CName] : This variable is replaced with the name of the computer running the job.\r\n"
+            "[UName] : This variable is replaced with the username of the user logged in when "
+            "the job runs.\r\n"
+            "[Date] : This variable is replaced with the current date (ie: 15-Nov-26)");
+  const std::string target = HelpText("Job Target Path", "15-Nov-26");
+  EXPECT_NE(target.find("in order to separate the target folders by job name.\r\n[CName]"),
+            std::string::npos);
+  EXPECT_EQ(target.substr(target.find("[CName]")), log.substr(log.find("[CName]")));
+  EXPECT_EQ(HelpText("Job Name", ""),
+            "In this field, enter a unique name for the job. This is a required field.");
+  EXPECT_EQ(HelpText("Nothing", ""), "");
+
+  JobManagerForm f;
+  ShowHelp(f, "Log Path");
+  EXPECT_EQ(f.lblHelpTopic, "Log Path");
+  EXPECT_EQ(f.lblHelpContent, HelpText("Log Path", MediumDate(ToLocal(Clock::now()))));
+}
+
+TEST(AutorunFileText, FourLinesWithTheProgramPathQuotedWhenItHoldsABlank) {
+  EXPECT_EQ(MakeAutorun("/media/usb/My Tools/", "/media/usb", true).text,
+            "[autorun]\r\n"
+            "OPEN=\"My Tools/quillon-ravelin\" -as -q /AUTORUN\r\n"
+            "ACTION=\"Run Lantern Sweep\"\r\n"
+            "ICON=My Tools/quillon-ravelin,0\r\n");
+  const AutorunFile plain = MakeAutorun("/media/usb/tools", "/media/usb", false);
+  EXPECT_EQ(plain.path, "/media/usb/AUTORUN.INF");
+  EXPECT_NE(plain.text.find("\r\nOPEN=tools/quillon-ravelin /AUTORUN\r\n"), std::string::npos);
+  EXPECT_EQ(MakeAutorun("/opt/qr/", "", false).path, "/AUTORUN.INF");
+  EXPECT_NE(MakeAutorun("/opt/qr/", "", false).text.find("ICON=opt/qr/quillon-ravelin,0"),
+            std::string::npos);
+}
+
+TEST_F(JobManagerTest, AutorunAsksTwiceWritesTheRootAndSaysWhenItCannot) {
+  const std::string drive = t.MakeDir("usb");
+  ctx.program.app.programFolder = drive + "/tools/";
+  const std::string inf = drive + "/AUTORUN.INF";
+
+  dialogs.answers = {Answer::No};
+  mnuAutorun_Click(ctx, drive);
+  dialogs.answers = {Answer::Yes, Answer::Cancel};
+  mnuAutorun_Click(ctx, drive);
+  EXPECT_FALSE(fs::exists(inf));
+  EXPECT_EQ(dialogs.shown[0].title, "Create Autorun");
+  EXPECT_EQ(dialogs.shown[0].buttons, Buttons::YesNo);
+  EXPECT_EQ(dialogs.shown[2].title, "Include Autostart");
+  EXPECT_EQ(dialogs.shown[2].buttons, Buttons::YesNoCancel);
+
+  t.WriteFile("usb/AUTORUN.INF", "an older one, longer than the new one will be .......... "
+                                 ".........................................................");
+  dialogs.answers = {Answer::Yes, Answer::No};
+  mnuAutorun_Click(ctx, drive);
+  EXPECT_EQ(test::ReadBytes(inf), MakeAutorun(ctx.program.app.programFolder, drive, false).text);
+
+  dialogs.shown.clear();
+  dialogs.answers = {Answer::Yes, Answer::Yes};
+  mnuAutorun_Click(ctx, t / "not-mounted");
+  ASSERT_EQ(dialogs.shown.size(), 3u);
+  EXPECT_EQ(dialogs.shown[2].text.rfind("The autorun file " + t / "not-mounted/AUTORUN.INF" +
+                                            " could not be written: No such file or directory",
+                                        0),
+            0u);
+}
+
+TEST_F(JobManagerTest, HashListFolderIsKeptInLocalIniAtOnce) {
+  ctx.program.app.localIniPath = t / "program/local.ini";
+  ctx.program.app.hashListFolder = t / "program/_hashlist/";
+  dialogs.picks = {""};
+  mnuHashPath_Click(ctx);
+  EXPECT_TRUE(dialogs.shown.empty());
+  EXPECT_EQ(dialogs.pickerDetails[0].startFolder, t / "program/_hashlist/");
+
+  const std::string chosen = t.MakeDir("hashes");
+  dialogs.picks = {chosen};
+  mnuHashPath_Click(ctx);
+  EXPECT_EQ(ctx.program.app.hashListFolder, chosen + "/");
+  EXPECT_EQ(INIread(ctx.program.app.localIniPath, "LocalSettings", "HASHPATH"), chosen + "/");
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].icon, Icon::Information);
+}
+
+}  // namespace
+}  // namespace qr
