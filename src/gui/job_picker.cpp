@@ -36,9 +36,7 @@ JobPicker::JobPicker(RunContext& ctx, MainWindow& main, WindowRegistry& windows,
     Refresh();
   });
   connect(ui_->lstJobs, &QListWidget::itemDoubleClicked, this, [this](QListWidgetItem* item) {
-    const int row = ui_->lstJobs->row(item);
-    lstJobs_Click(form_, row);
-    RunClicked();
+    AfterRun(lstJobs_DblClick(ctx_, form_, ui_->lstJobs->row(item)));
   });
   connect(ui_->cmdRun, &QPushButton::clicked, this, &JobPicker::RunClicked);
   connect(ui_->cmdSettings, &QPushButton::clicked, this, [this] {

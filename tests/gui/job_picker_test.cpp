@@ -1,19 +1,13 @@
-// The job picker offscreen, through its real widgets: a prepared job found on this computer,
-// run, marked done and gone from the list; and the program's start as the autorun file starts
-// it (-as, -q).
+// The job picker through its widgets, and the window program started as autorun starts it.
 #include "job_picker.h"
 
 #include <gtest/gtest.h>
 
-#include <QAction>
-#include <QApplication>
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QPushButton>
-#include <QTest>
 #include <filesystem>
-#include <memory>
 #include <string>
 
 #include "job_manager.h"
@@ -30,140 +24,67 @@
 namespace qr::gui {
 namespace {
 
-class JobPickerTest : public ::testing::Test {
- protected:
-  JobPickerTest() {
-    pump.setRefresh([this] { windows.RefreshAll(); });
-    ctx.program.app.programFolder = t / "prog/";
-    t.WriteFile("src/a.txt", "alpha");
-    t.WriteFile("src/b/c.txt", "gamma");
-    main = std::make_unique<MainWindow>(ctx, windows);
-  }
-  // A job as the job manager saves it, into the program's job folder.
-  std::string Prepare(const std::string& file, const std::string& name, const std::string& lock) {
-    PreparedJob job;
-    job.OrderName = name;
-    job.Instructions = "Instructions of " + name;
-    job.Target = t / "out";
-    job.LogPath = t / ("logs/" + name);
-    job.Sources = {t / "src"};
-    job.CompName = lock;
-    t.MakeDir("prog/_lsw");
-    const std::string path = t / ("prog/_lsw/" + file);
-    EXPECT_TRUE(SaveJobFile(job, JobSettings{}, path));
-    return path;
-  }
-  template <typename W>
-  W* Child(QWidget* w, const char* name) {
-    W* c = w->findChild<W*>(name);
-    EXPECT_NE(c, nullptr) << name;
-    return c;
-  }
+namespace fs = std::filesystem;
 
+// A job saved as the job manager saves it, in the program's job folder.
+void Prepare(const test::TempDir& t, const std::string& name, const std::string& lock) {
+  PreparedJob job;
+  job.OrderName = name;
+  job.Instructions = "Instructions of " + name;
+  job.Target = t / "out";
+  job.LogPath = t / "logs";
+  job.Sources = {t / "src"};
+  job.CompName = lock;
+  t.MakeDir("prog/_lsw");
+  EXPECT_TRUE(SaveJobFile(job, JobSettings{}, t / ("prog/_lsw/" + name + ".lsw")));
+}
+
+TEST(JobPickerWindow, APreparedJobIsFoundRunUnderQMarkedDoneAndThenNoLongerListed) {
   test::TempDir t;
   test::FakeDialogs dialogs;
   QtEventPump pump{std::chrono::nanoseconds(0)};
   RunContext ctx{dialogs, pump};
   WindowRegistry windows;
-  std::unique_ptr<MainWindow> main;
-};
-
-TEST_F(JobPickerTest, APreparedJobIsFoundRunMarkedDoneAndThenNoLongerListed) {
-  const std::string job = Prepare("evidence.lsw", "Evidence", UpperCase(ComputerName()));
-  Prepare("elsewhere.lsw", "Elsewhere", ComputerName() + "-other");
-  JobPicker picker(ctx, *main, windows);
+  ctx.program.app.programFolder = t / "prog/";
+  ctx.program.flags.quit = true;
+  t.WriteFile("src/a.txt", "alpha");
+  Prepare(t, "Evidence", UpperCase(ComputerName()));
+  Prepare(t, "Elsewhere", ComputerName() + "-other");
+  MainWindow main(ctx, windows);
+  JobPicker picker(ctx, main, windows);
+  bool shownDuringRun = false;
+  pump.setRefresh([&] {
+    windows.RefreshAll();
+    shownDuringRun |= ctx.counters.RunActive && picker.isVisible();
+  });
   picker.Open();
-  ASSERT_TRUE(picker.isVisible());
-  EXPECT_EQ(Child<QPushButton>(&picker, "cmdRun")->text().remove('&'), "Run");
-  EXPECT_EQ(Child<QAction>(&picker, "mnuResume")->text().remove('&'), "Resume");
-  auto* list = Child<QListWidget>(&picker, "lstJobs");
+  auto* list = picker.findChild<QListWidget*>("lstJobs");
+  ASSERT_TRUE(list && picker.isVisible());
   ASSERT_EQ(list->count(), 1) << "a job locked to another computer is never listed";
   EXPECT_EQ(list->item(0)->text(), "Evidence");
 
-  Child<QPushButton>(&picker, "cmdRun")->click();
-  EXPECT_TRUE(dialogs.shown.empty()) << "Run without a selection does nothing";
-
   list->setCurrentRow(0);
-  auto* instructions = Child<QPlainTextEdit>(&picker, "txtInstructions");
-  EXPECT_EQ(instructions->toPlainText(), "Instructions of Evidence");
-  EXPECT_TRUE(instructions->isReadOnly());
+  EXPECT_EQ(picker.findChild<QPlainTextEdit*>("txtInstructions")->toPlainText(),
+            "Instructions of Evidence");
+  picker.findChild<QPushButton*>("cmdSettings")->click();
+  EXPECT_TRUE(main.jobManager()->isVisible());
+  main.jobManager()->hide();
 
-  Child<QPushButton>(&picker, "cmdRun")->click();
-  ASSERT_FALSE(dialogs.shown.empty());
-  EXPECT_NE(dialogs.shown.back().text.find("Files copied: 2 of 2"), std::string::npos)
-      << dialogs.shown.back().text;
-  EXPECT_EQ(test::ReadBytes(t / "out/src/b/c.txt"), "gamma");
-  EXPECT_EQ(test::ReadBytes(t / "logs/Evidence/evidence.lsd"), test::ReadBytes(job));
-  EXPECT_TRUE(picker.isVisible()) << "without -q the picker stays for the next job";
-  EXPECT_FALSE(picker.endedProgram());
+  picker.findChild<QPushButton*>("cmdRun")->click();
+  EXPECT_EQ(test::ReadBytes(t / "out/src/a.txt"), "alpha");
+  EXPECT_EQ(test::ReadBytes(t / "logs/Evidence.lsd"), test::ReadBytes(t / "prog/_lsw/Evidence.lsw"));
+  EXPECT_FALSE(shownDuringRun) << "-q hides the picker while the run works";
+  EXPECT_TRUE(picker.endedProgram()) << "-q ends the program when the run is over";
 
   picker.Open();
   EXPECT_EQ(list->count(), 0) << "a job done in its log folder is not offered again";
 }
 
-TEST_F(JobPickerTest, SettingsOpensTheJobManagerAndCancelEndsTheProgram) {
-  Prepare("a.lsw", "A", "");
-  JobPicker picker(ctx, *main, windows);
-  picker.Open();
-  Child<QListWidget>(&picker, "lstJobs")->setCurrentRow(0);
-  Child<QPushButton>(&picker, "cmdSettings")->click();
-  EXPECT_TRUE(main->jobManager()->isVisible());
-  main->jobManager()->hide();
-  bool ended = false;
-  QObject::connect(&picker, &JobPicker::programEndRequested, [&] { ended = true; });
-  Child<QPushButton>(&picker, "cmdCancel")->click();
-  EXPECT_TRUE(ended);
-  EXPECT_TRUE(picker.endedProgram());
-  EXPECT_FALSE(picker.isVisible());
-}
-
-TEST_F(JobPickerTest, StartedWithAsAndOneDueJobItRunsAtOnceAndWithQTheProgramEnds) {
-  ctx.program.flags.autoStart = true;
-  ctx.program.flags.quit = true;
-  Prepare("only.lsw", "Only", "");
-  bool pickerShownDuringRun = false;
-  std::unique_ptr<JobPicker> picker;
-  pump.setRefresh([&] {
-    windows.RefreshAll();
-    if (ctx.counters.RunActive && picker && picker->isVisible()) pickerShownDuringRun = true;
-  });
-  picker = JobPicker::OpenAtStart(ctx, *main, windows);
-  ASSERT_NE(picker, nullptr);
-  EXPECT_TRUE(picker->isVisible());
-  EXPECT_FALSE(main->isVisible()) << "the end user sees the picker alone";
-  QTest::qWait(50);  // the event loop starts the job; nobody clicks
-  EXPECT_EQ(test::ReadBytes(t / "out/src/a.txt"), "alpha");
-  EXPECT_TRUE(std::filesystem::exists(t / "logs/Only/only.lsd"));
-  EXPECT_FALSE(pickerShownDuringRun) << "-q hides the picker while the run works";
-  EXPECT_TRUE(picker->endedProgram()) << "-q ends the program when the run is over";
-
-  // Two due jobs: the end user chooses.
-  Prepare("one.lsw", "One", "");
-  Prepare("two.lsw", "Two", "");
-  ctx.program.flags.quit = false;
-  std::unique_ptr<JobPicker> second = JobPicker::OpenAtStart(ctx, *main, windows);
-  QTest::qWait(50);
-  EXPECT_FALSE(std::filesystem::exists(t / "logs/One/one.lsd"));
-  EXPECT_EQ(Child<QListWidget>(second.get(), "lstJobs")->count(), 2);
-}
-
-TEST_F(JobPickerTest, NoSwitchOpensNoPicker) {
-  EXPECT_EQ(JobPicker::OpenAtStart(ctx, *main, windows), nullptr);
-}
-
-}  // namespace
-}  // namespace qr::gui
-
-namespace qr::gui {
-namespace {
-
 TEST(JobPickerProgram, TheAutorunSwitchesRunTheOnlyDueJobAndEndTheProgram) {
   test::TempDir t;
-  std::filesystem::create_directories(t / "prog/_lsw");
-  std::filesystem::copy_file(QUILLON_RAVELIN_BINARY, t / "prog/quillon-ravelin");
+  Prepare(t, "Only", "");
+  fs::copy_file(QUILLON_RAVELIN_BINARY, t / "prog/quillon-ravelin");
   t.WriteFile("src/a.txt", "alpha");
-  t.WriteFile("prog/_lsw/only.lsw", "[JNAME]\tOnly\r\n[TARGET]\t" + t / "out" + "\r\n[JPATH]\t" +
-                                         t / "logs" + "\r\n[SRC]\t" + t / "src" + "\r\n");
   QProcess program;
   QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
   env.insert("QT_QPA_PLATFORM", "offscreen");
@@ -174,8 +95,8 @@ TEST(JobPickerProgram, TheAutorunSwitchesRunTheOnlyDueJobAndEndTheProgram) {
   ASSERT_TRUE(program.waitForFinished(60000)) << "the program ends when the run is over";
   EXPECT_EQ(program.exitCode(), 0);
   EXPECT_EQ(test::ReadBytes(t / "out/src/a.txt"), "alpha");
-  EXPECT_TRUE(std::filesystem::exists(t / "logs/only.lsd"));
-  EXPECT_FALSE(std::filesystem::exists(t / "prog/ravelin.ini")) << "no settings saved";
+  EXPECT_TRUE(fs::exists(t / "logs/Only.lsd"));
+  EXPECT_FALSE(fs::exists(t / "prog/ravelin.ini")) << "no settings saved";
 }
 
 }  // namespace
