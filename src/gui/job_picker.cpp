@@ -89,12 +89,11 @@ void JobPicker::Refresh() {
 
 void JobPicker::RunClicked() { AfterRun(cmdRun_Click(ctx_, form_)); }
 
-bool JobPicker::RunIfOnlyOne() {
-  if (!RunsAtOnce(ctx_.program.flags, form_)) return false;
+void JobPicker::RunIfOnlyOne() {
+  if (!RunsAtOnce(ctx_.program.flags, form_)) return;
   lstJobs_Click(form_, 0);
   Refresh();
   RunClicked();
-  return true;
 }
 
 void JobPicker::AfterRun(bool endProgram) {

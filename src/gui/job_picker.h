@@ -32,8 +32,8 @@ class JobPicker : public QMainWindow {
   // Brings the list, the selection, the instructions, the enabled buttons and whether the window
   // shows up to date with the core.
   void Refresh();
-  // -as with exactly one job listed: runs it as its Run button would. False when it didn't run.
-  bool RunIfOnlyOne();
+  // -as with exactly one job listed: runs it as its Run button would.
+  void RunIfOnlyOne();
   // The picker ended the program (Cancel, closing it, or a run under -q).
   bool endedProgram() const { return endedProgram_; }
 

@@ -3,12 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <QAction>
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QPushButton>
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "job_manager.h"
 #include "jobdef/job_file.h"
@@ -46,16 +48,19 @@ TEST(JobPickerWindow, APreparedJobIsFoundRunUnderQMarkedDoneAndThenNoLongerListe
   RunContext ctx{dialogs, pump};
   WindowRegistry windows;
   ctx.program.app.programFolder = t / "prog/";
-  ctx.program.flags.quit = true;
   t.WriteFile("src/a.txt", "alpha");
   Prepare(t, "Evidence", UpperCase(ComputerName()));
   Prepare(t, "Elsewhere", ComputerName() + "-other");
   MainWindow main(ctx, windows);
   JobPicker picker(ctx, main, windows);
-  bool shownDuringRun = false;
+  auto* resume = picker.findChild<QAction*>("mnuResume");
+  auto* run = picker.findChild<QPushButton*>("cmdRun");
+  bool shownDuringRun = false, actionsDuringRun = false, closeInRun = true, stayed = false;
   pump.setRefresh([&] {
     windows.RefreshAll();
+    if (ctx.counters.RunActive && std::exchange(closeInRun, false)) stayed = !picker.close();
     shownDuringRun |= ctx.counters.RunActive && picker.isVisible();
+    actionsDuringRun |= ctx.counters.RunActive && (resume->isEnabled() || run->isEnabled());
   });
   picker.Open();
   auto* list = picker.findChild<QListWidget*>("lstJobs");
@@ -70,10 +75,19 @@ TEST(JobPickerWindow, APreparedJobIsFoundRunUnderQMarkedDoneAndThenNoLongerListe
   EXPECT_TRUE(main.jobManager()->isVisible());
   main.jobManager()->hide();
 
-  picker.findChild<QPushButton*>("cmdRun")->click();
+  // Closing the picker during a run only asks the run to stop.
+  run->click();
+  EXPECT_NE(dialogs.Texts().back().find("The process has been canceled."), std::string::npos);
+  EXPECT_TRUE(stayed && !picker.endedProgram() && list->count() == 1);
+
+  ctx.program.flags.quit = true;
+  shownDuringRun = false;
+  run->click();
   EXPECT_EQ(test::ReadBytes(t / "out/src/a.txt"), "alpha");
   EXPECT_EQ(test::ReadBytes(t / "logs/Evidence.lsd"), test::ReadBytes(t / "prog/_lsw/Evidence.lsw"));
   EXPECT_FALSE(shownDuringRun) << "-q hides the picker while the run works";
+  EXPECT_FALSE(actionsDuringRun) << "no second run starts from the picker during one";
+  EXPECT_TRUE(resume->isEnabled() && run->isEnabled());
   EXPECT_TRUE(picker.endedProgram()) << "-q ends the program when the run is over";
 
   picker.Open();

@@ -22,6 +22,12 @@ namespace {
 // picker must not be made to hold it.
 constexpr size_t kLargestJobFile = 16 * 1024 * 1024;
 
+// The selected entry; null for none (-1 turns into the largest index, past any list).
+const JobEntry* Selected(const JobsForm& f) {
+  if (static_cast<size_t>(f.lstJobsIndex) >= f.jobs.size()) return nullptr;
+  return &f.jobs[static_cast<size_t>(f.lstJobsIndex)];
+}
+
 bool EndsWithLsw(const std::string& name) {
   return name.size() > 4 && LowerCase(name.substr(name.size() - 4)) == ".lsw";
 }
@@ -130,9 +136,8 @@ bool JobActionsEnabled(const RunContext& ctx, const JobsForm& f) {
 }
 
 bool cmdRun_Click(RunContext& ctx, JobsForm& f) {
-  if (f.lstJobsIndex < 0 || static_cast<size_t>(f.lstJobsIndex) >= f.jobs.size()) return false;
-  if (!JobActionsEnabled(ctx, f)) return false;
-  const std::string jobFile = f.jobs[static_cast<size_t>(f.lstJobsIndex)].JobFile;
+  if (Selected(f) == nullptr || !JobActionsEnabled(ctx, f)) return false;
+  const std::string jobFile = Selected(f)->JobFile;
   f.inRun = true;
   ExecResult result;
   try {
@@ -158,10 +163,8 @@ bool lstJobs_DblClick(RunContext& ctx, JobsForm& f, int row) {
 }
 
 std::optional<std::string> cmdSettings_Click(const JobsForm& f) {
-  if (f.lstJobsIndex < 0 || static_cast<size_t>(f.lstJobsIndex) >= f.jobs.size()) {
-    return std::nullopt;
-  }
-  return f.jobs[static_cast<size_t>(f.lstJobsIndex)].JobFile;
+  if (const JobEntry* job = Selected(f)) return job->JobFile;
+  return std::nullopt;
 }
 
 bool OpensWithJobPicker(const StartupFlags& flags) { return flags.autoStart || flags.quit; }
