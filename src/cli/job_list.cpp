@@ -5,11 +5,9 @@
 
 namespace qr::cli {
 
-void PrintDueJobs(const std::vector<JobEntry>& jobs, const std::string& folder,
-                  std::ostream& out) {
+void PrintDueJobs(const std::vector<JobEntry>& jobs, const std::string& folder, std::ostream& out) {
   if (jobs.empty()) {
-    out << "No prepared job is due on this computer (looked in " << TerminalText(folder)
-        << ").\n";
+    out << "No prepared job is due on this computer (looked in " << TerminalText(folder) << ").\n";
     return;
   }
   out << "Prepared jobs due on this computer (from " << TerminalText(folder) << "):\n";

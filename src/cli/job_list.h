@@ -12,8 +12,7 @@ namespace qr::cli {
 
 // Each job's name, then its instructions indented below it, in the picker's order; a line
 // that says so when there is none. `folder` is the job folder that was looked in.
-void PrintDueJobs(const std::vector<JobEntry>& jobs, const std::string& folder,
-                  std::ostream& out);
+void PrintDueJobs(const std::vector<JobEntry>& jobs, const std::string& folder, std::ostream& out);
 
 // The job file of the due job named `name`: the name as listed, else the one name equal to it
 // folded to lower case. nullopt, with the reason in `error`, when no job or more than one

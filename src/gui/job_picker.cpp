@@ -28,7 +28,8 @@ JobPicker::JobPicker(RunContext& ctx, MainWindow& main, WindowRegistry& windows,
       ui_(std::make_unique<Ui::frmJobs>()) {
   ui_->setupUi(this);
   // Shown and hidden by the run's view (-q hides it while a run works), so drawn while hidden.
-  windows.Add(this, [this] { Refresh(); }, true);
+  windows.Add(
+      this, [this] { Refresh(); }, true);
 
   connect(ui_->lstJobs, &QListWidget::currentRowChanged, this, [this](int row) {
     if (refreshing_ || row < 0) return;

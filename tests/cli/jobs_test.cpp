@@ -21,7 +21,8 @@ std::string Runner(const std::string& program, const std::string& args, int& sta
   FILE* p = popen(("'" + program + "' " + args + " 2>&1 </dev/null").c_str(), "r");
   std::string out;
   char buffer[4096];
-  for (size_t n; p != nullptr && (n = fread(buffer, 1, sizeof buffer, p)) > 0;) out.append(buffer, n);
+  for (size_t n; p != nullptr && (n = fread(buffer, 1, sizeof buffer, p)) > 0;)
+    out.append(buffer, n);
   status = p == nullptr ? -1 : WEXITSTATUS(pclose(p));
   return out;
 }

@@ -84,7 +84,8 @@ TEST(JobPickerWindow, APreparedJobIsFoundRunUnderQMarkedDoneAndThenNoLongerListe
   shownDuringRun = false;
   run->click();
   EXPECT_EQ(test::ReadBytes(t / "out/src/a.txt"), "alpha");
-  EXPECT_EQ(test::ReadBytes(t / "logs/Evidence.lsd"), test::ReadBytes(t / "prog/_lsw/Evidence.lsw"));
+  EXPECT_EQ(test::ReadBytes(t / "logs/Evidence.lsd"),
+            test::ReadBytes(t / "prog/_lsw/Evidence.lsw"));
   EXPECT_FALSE(shownDuringRun) << "-q hides the picker while the run works";
   EXPECT_FALSE(actionsDuringRun) << "no second run starts from the picker during one";
   EXPECT_TRUE(resume->isEnabled() && run->isEnabled());

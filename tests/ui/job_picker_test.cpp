@@ -1,8 +1,8 @@
 // The job picker's rules over real job folders: which jobs are due here, in which order.
 #include "ui/job_picker.h"
 
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -41,9 +41,12 @@ TEST(TryAddJob, ListsOnlyNamedJobsNotDoneInTheirLogFolderAndNotLockedElsewhere) 
       {"[RoverDrive] too, no separator at the end", Job("A", "[JPATH]\t[RoverDrive]/L\r\n"),
        "drive/L/job.lsd", false},
       {"done in another log folder", Job("A", "[JPATH]\t@/mine\r\n"), "other/job.lsd", true},
-      {"[Date] is not replaced", Job("A", "[JPATH]\t@/d/[Date]\r\n"), "d/[Date]/job.lsd",
-       false},
-      {"a binary file", std::string("\x7f" "ELF\0\x01\t\x02\xff\xfe", 10), "", false},
+      {"[Date] is not replaced", Job("A", "[JPATH]\t@/d/[Date]\r\n"), "d/[Date]/job.lsd", false},
+      {"a binary file",
+       std::string("\x7f"
+                   "ELF\0\x01\t\x02\xff\xfe",
+                   10),
+       "", false},
       {"a damaged file that still has a name",
        std::string("\xff\xfe\0garbage\t\r\n[JNAME]\tB\r\n\x01\x02", 26), "", true},
   };
@@ -60,7 +63,8 @@ TEST(TryAddJob, ListsOnlyNamedJobsNotDoneInTheirLogFolderAndNotLockedElsewhere) 
   std::vector<JobEntry> jobs;
   ASSERT_TRUE(TryAddJob(jobs, t.WriteFile("x.lsw", Job("X") + "[JNAME]\tY\r\n"), {}));
   EXPECT_EQ(jobs[0].JobFile + jobs[0].JobName + jobs[0].JobInstructions + jobs[0].JobErrorNotes,
-            t / "x.lsw" + "Ydo Xcall") << "the last line of a tag wins";
+            t / "x.lsw" + "Ydo Xcall")
+      << "the last line of a tag wins";
 }
 
 TEST(SortJobs, ByNameFoldedToLowerCaseKeepingTheOrderOfEqualNames) {

@@ -1,9 +1,10 @@
 #include "platform/quiet_read.h"
 
-#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include "platform/path_layer.h"
 
