@@ -12,10 +12,12 @@
 #include "exec/startup.h"
 #include "jobdef/job_file.h"
 #include "jobdef/source_list.h"
+#include "job_list.h"
 #include "platform/device_env.h"
 #include "platform/errors.h"
 #include "platform/path_layer.h"
 #include "platform/process.h"
+#include "platform/text.h"
 #include "run/run_context.h"
 #include "terminal_dialogs.h"
 
@@ -142,6 +144,12 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& args
         cl.resume = true;
       } else if (arg == "--allow-end-command") {
         cl.allowEndCommand = true;
+      } else if (arg == "--jobs") {
+        cl.jobs = true;
+        if (i + 1 < args.size() && !args[i + 1].starts_with("-")) cl.jobName = args[++i];
+      } else if (arg.starts_with("--jobs=")) {
+        cl.jobs = true;
+        cl.jobName = arg.substr(7);
       } else if (arg == "--target" || arg.starts_with("--target=")) {
         if (!TakeValue(args, i, "--target", cl.target, error)) return std::nullopt;
       } else if (arg == "--log" || arg.starts_with("--log=")) {
@@ -172,6 +180,15 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& args
     error = "a job file carries its own sources, target and log folder; name none of them";
     return std::nullopt;
   }
+  // The picker's jobs carry everything of their own, as a job file does.
+  if (cl.jobs && (cl.jobFile || cl.resume || !cl.sources.empty() || cl.target || cl.log)) {
+    error = "--jobs takes no job file, --resume, sources, --target or --log";
+    return std::nullopt;
+  }
+  if (cl.jobName && Trim(*cl.jobName).empty()) {
+    error = "--jobs= needs a job name";
+    return std::nullopt;
+  }
   if (cl.resume && !cl.jobFile) {
     error = "--resume needs a job file (.rvj or .lsw)";
     return std::nullopt;
@@ -182,6 +199,8 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& args
 std::string UsageText() {
   return R"(Usage: ravelin-run [--yes] [--silent] [--target DIR] [--log DIR] [SOURCE...]
        ravelin-run [--yes] [--silent] [--resume] [--allow-end-command] JOBFILE
+       ravelin-run --jobs
+       ravelin-run [--yes] [--silent] [--allow-end-command] --jobs NAME
 
 Collects the SOURCE files and folders into the target folder, keeping their times, with the MD5
 of each source and each copy and a record of the job in the log folder. It runs the same
@@ -199,6 +218,9 @@ Options:
                 never writes one there, so without this option it is left out, with a notice
   --silent      start with the -silent switch: no message boxes during the run, a job that
                 fails its checks ends the program at once
+  --jobs        list the prepared jobs due on this computer, as the job picker does, and exit
+  --jobs NAME, --jobs=NAME
+                run the due job of that name as the job picker's Run button does
   --help, -h    show this text and exit
   --            every argument after it is a source
 
@@ -212,6 +234,14 @@ completion copy in the log folder. With --resume the job is continued as the Res
 does: a job record (_jobfile.rvj) asks to continue from its job database, where only the
 files not yet finished are copied; a prepared job with a name starts anew. A job file takes
 no sources, --target or --log of its own on the command line.
+
+The prepared jobs are the .lsw files in the folder _lsw beside the program (the job picker's
+folder, as on a portable drive). A job is due unless it has no name ([JNAME]), its .lsd
+completion copy already lies in its log folder ([JPATH], with [RVDrive], [RoverDrive],
+[JobName], [CName] and [UName] replaced), or it is locked ([CNAME]) to another computer,
+compared without regard to case. --jobs prints each due job's name and instructions, sorted by
+name; --jobs NAME runs one: the name as listed, else the one name equal to it without regard
+to case. A name that no due job, or several, answer to is refused with exit status 2.
 
 A job file is a program: the end command of a prepared job runs through /bin/sh when the
 run ends, so run only job files you trust. Its variables ([JobName] and the others) are
@@ -310,6 +340,24 @@ int RunCommand(const std::vector<std::string>& args, std::istream& in, std::ostr
       err << "ravelin-run: start-up failed\n";
       out << "Outcome: start-up failed\n";
       return kExitRefused;
+    }
+
+    if (cl->jobs) {
+      const JobHost host = ThisHost(ctx);
+      const std::vector<JobEntry> due = DueJobs(host);
+      if (!cl->jobName) {
+        PrintDueJobs(due, JobFolder(host.programFolder), out);
+        return kExitDone;
+      }
+      std::string why;
+      std::optional<std::string> jobFile = FindDueJob(due, *cl->jobName, why);
+      if (!jobFile) {
+        err << "ravelin-run: " << why << "\n";
+        out << "Outcome: " << OutcomeText(ExecOutcome::Refused) << "\n";
+        return kExitRefused;
+      }
+      // Run as the picker's Run button runs it.
+      cl->jobFile = *jobFile;
     }
 
     ExecResult result;

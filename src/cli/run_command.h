@@ -32,6 +32,8 @@ struct CommandLine {
   std::optional<std::string> jobFile;  // a .lsw or .rvj to run, as given
   bool resume = false;                 // --resume: the job file is continued as Resume does
   bool allowEndCommand = false;        // --allow-end-command: a job record's end command runs
+  bool jobs = false;                   // --jobs: the job picker's view
+  std::optional<std::string> jobName;  // --jobs NAME: that due job is run
 };
 
 // Parses the arguments (without the program name). On a usage error returns nullopt and puts

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "exec/startup.h"
+#include "job_picker.h"
 #include "main_window.h"
 #include "options_dialog.h"
 #include "platform/device_env.h"
@@ -58,10 +59,19 @@ int main(int argc, char** argv) {
   pump.setRefresh([&windows] { windows.RefreshAll(); });
   QObject::connect(&window, &qr::gui::MainWindow::programEndRequested, &app,
                    [] { QCoreApplication::exit(0); });
-  window.show();
+  // Started as the autorun file starts it (-as, -q), the end user sees the job picker alone.
+  std::unique_ptr<qr::gui::JobPicker> picker = qr::gui::JobPicker::OpenAtStart(ctx, window, windows);
+  if (picker) {
+    dialogs.setParent(picker.get());
+    QObject::connect(picker.get(), &qr::gui::JobPicker::programEndRequested, &app,
+                     [] { QCoreApplication::exit(0); });
+  } else {
+    window.show();
+  }
 
   int status = app.exec();
-  // A run that ended the program (-silent, -q) leaves the settings as they were.
-  if (!window.endedByRun()) qr::SaveOnClose(ctx);
+  // A run that ended the program (-silent, -q) leaves the settings as they were; so does the
+  // picker, whose jobs' options are not the program's own.
+  if (!window.endedByRun() && !(picker && picker->endedProgram())) qr::SaveOnClose(ctx);
   return status;
 }

@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <tuple>
 #include <utility>
 
 #include "exec/startup.h"
@@ -18,6 +19,7 @@
 #include "jobdef/job_file.h"
 #include "jobdef/source_list.h"
 #include "job_manager.h"
+#include "job_picker.h"
 #include "main_window.h"
 #include "options_dialog.h"
 #include "platform/dialogs.h"
@@ -144,6 +146,26 @@ int TakeScreenshots(const std::string& dir, std::ostream& out, std::ostream& err
   window.show();
   Settle();
   save(&window, "main.png");
+
+  // Two prepared jobs in the scratch program's job folder, the first one selected.
+  fs::create_directories(root / "program" / "_lsw");
+  for (auto [file, name, instructions] :
+       {std::tuple{"mail.lsw", "Collect mail stores", "Close the mail program first."},
+        std::tuple{"docs.lsw", "Collect documents", "Leave the drive plugged in until the end."}}) {
+    PreparedJob job;
+    job.OrderName = name;
+    job.Instructions = instructions;
+    SaveJobFile(job, ctx.settings, (root / "program" / "_lsw" / file).string());
+  }
+  {
+    JobPicker picker(ctx, window, windows);
+    picker.Open();
+    picker.findChild<QListWidget*>("lstJobs")->setCurrentRow(0);
+    Settle();
+    save(&picker, "job_picker.png");
+    picker.hide();
+    ctx.view.jobPickerVisible = false;
+  }
 
   OptionsDialog* options = window.optionsDialog();
   window.ShowOptions();
