@@ -190,7 +190,12 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
       }
     }
     if (s.Ravelin) {
-      if (CopyFileWithProgress(ctx, sourcePath, targetPath)) {
+      // Nothing has touched the source since its times were read (the external engine, which
+      // may have, runs only in the other branch); a source not found is looked for again.
+      const bool copied = ctx.file.sourceTimesRead && !s.Robocopy
+                              ? CopyFileWithProgressAfterTimes(ctx, sourcePath, targetPath, fileTimes)
+                              : CopyFileWithProgress(ctx, sourcePath, targetPath);
+      if (copied) {
         CountCopiedFile(ctx, size);
       } else {
         ctx.file.copyFailed = true;

@@ -180,7 +180,13 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
         source.times.modified = t.modified;
         stage = "Hash source: hash";
         // A digest the caller already holds is not computed a second time.
-        sourceHash = knownSourceHash.empty() ? HashFile(ctx, sourcePath) : knownSourceHash;
+        // The times just read are the ones the hash puts back; an entry that was not found
+        // is looked for again.
+        if (!knownSourceHash.empty()) {
+          sourceHash = knownSourceHash;
+        } else {
+          sourceHash = source.timesRead ? HashFileAfterTimes(ctx, sourcePath, t) : HashFile(ctx, sourcePath);
+        }
         stage = "Hash source: set flags";
         if (Trim(sourceHash).empty()) {
           error = true;
@@ -212,7 +218,7 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
       stage = "Hash dest: set DestLMT";
       dest.times.modified = t.modified;
       stage = "Hash dest: Hash dest";
-      destHash = HashFile(ctx, targetPath);
+      destHash = dest.timesRead ? HashFileAfterTimes(ctx, targetPath, t) : HashFile(ctx, targetPath);
       stage = "Hash dest: set flags";
       if (Trim(destHash).empty()) {
         error = true;
@@ -289,7 +295,7 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
       const bool dated = source.found;
       // Most file systems here cannot be given a creation time, so the copy's can never equal
       // its source's: that is not a finding, and must not hide the other two comparisons.
-      const bool creationKept = CanSetCreationTime(targetPath);
+      const bool creationKept = CanSetCreationTime(targetPath, entry.device);
       stage = "Comparing creation times for match";
       if (creationKept && LowHalf(source.times.created) != LowHalf(dest.times.created)) {
         stage = "Calculating creation time difference";
