@@ -75,6 +75,7 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
     ctx.file.copyFailed = false;
     ctx.file.copyFailure.clear();
     ctx.file.sourceTimesRead = false;
+    ctx.file.size = size;
     bool shortName = false;
     // A source named through a symbolic link: every look through the link moves the link's own
     // access time, so its times are put back, the link not followed, whatever becomes of the row.

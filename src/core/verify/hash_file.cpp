@@ -10,7 +10,10 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
+#include <chrono>
+#include <future>
 #include <memory>
+#include <thread>
 
 #include "jobdb/job_database.h"
 #include "platform/errors.h"
@@ -227,6 +230,89 @@ std::string HashFile(RunContext& ctx, const std::string& path) { return Hash(ctx
 std::string HashFileAfterTimes(RunContext& ctx, const std::string& path,
                                const FileTimes& timesJustRead) {
   return Hash(ctx, path, &timesJustRead);
+}
+
+struct HashAhead::Work {
+  Descriptor file;
+  int64_t size = 0;
+  std::string text;        // the digest, once done
+  std::string failure;     // the library's words when it failed
+  std::string words;       // the step that failed
+  std::promise<void> done;
+  std::future<void> finished = done.get_future();
+  std::thread thread;
+
+  void Run() {
+    DigestContext md(EVP_MD_CTX_new());
+    try {
+      words = "Could not initialize MD5 context.";
+      if (!md || Md5() == nullptr || EVP_DigestInit_ex(md.get(), Md5(), nullptr) != 1) {
+        throw CryptoError();
+      }
+      // Its own buffer: the caller's thread hashes the other side meanwhile with its own.
+      unsigned char* const buffer = HashBuffer();
+      int64_t position = 0;
+      while (position < size) {
+        const auto n = static_cast<size_t>(std::min<int64_t>(kHashChunk, size - position));
+        words = "Could not read " + IntText(static_cast<int64_t>(n)) + " bytes from source file.";
+        ReadChunk(file.get(), buffer, n);
+        words = "Could not update MD5 context.";
+        if (EVP_DigestUpdate(md.get(), buffer, n) != 1) throw CryptoError();
+        position += static_cast<int64_t>(n);
+      }
+      words = "Could not finalize MD5 context.";
+      unsigned char digest[EVP_MAX_MD_SIZE];
+      unsigned int digestLength = 0;
+      if (EVP_DigestFinal_ex(md.get(), digest, &digestLength) != 1) throw CryptoError();
+      words = "Could not calculate MD5 hash value.";
+      text = LowerHex(digest, digestLength);
+    } catch (const RunError& e) {
+      failure = e.description();
+      text.clear();
+    } catch (const std::exception& e) {
+      failure = e.what();
+      text.clear();
+    }
+    done.set_value();
+  }
+};
+
+HashAhead::HashAhead(const std::string& path) : path_(path) {
+  auto work = std::make_unique<Work>();
+  work->file.Reset(OpenForHashing(path, work->size));
+  if (work->file.get() < 0) return;
+  Work* w = work.get();
+  try {
+    w->thread = std::thread([w] { w->Run(); });
+  } catch (const std::system_error&) {
+    // No second thread to be had: Finish hashes in line.
+    return;
+  }
+  work_ = std::move(work);
+}
+
+HashAhead::~HashAhead() {
+  if (work_ && work_->thread.joinable()) work_->thread.join();
+}
+
+std::string HashAhead::Finish(RunContext& ctx, const FileTimes& timesJustRead) {
+  if (!work_) return HashFileAfterTimes(ctx, path_, timesJustRead);
+  // The window stays alive while the digest is finished: the pump runs on this thread only.
+  while (work_->finished.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) {
+    ctx.pump.Pump();
+  }
+  work_->thread.join();
+  work_->file.Close();
+  if (!work_->failure.empty()) {
+    const std::string n = IntText(kInternalErrorNumber);
+    ReportFailure(ctx, "Hash error on\r\n" + path_ + "\r\n" + n + " : " + work_->failure,
+                  Icon::Exclamation,
+                  "Hash error on " + path_ + ": " + work_->words + ": Error:" + n + " : " +
+                      work_->failure);
+    return std::string();
+  }
+  SetFileTimes(ctx, path_, timesJustRead);
+  return work_->text;
 }
 
 }  // namespace qr
