@@ -11,11 +11,14 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
+#include "copy/work_queue.h"
 #include "exec/run_driver.h"
 #include "jobdb/db_connection.h"
+#include "jobdb/job_database.h"
 #include "platform/find_data.h"
 #include "platform/text.h"
 #include "platform/unicode_text.h"
+#include "run/job_connection.h"
 #include "support/child_process.h"
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"
@@ -323,6 +326,49 @@ TEST_F(CollectionTest, ASourceNamedThroughALinkLeavesTheLinksOwnTimes) {
   EXPECT_EQ(st.st_atim.tv_sec, old[0].tv_sec);
   EXPECT_EQ(st.st_atim.tv_nsec, old[0].tv_nsec);
   EXPECT_EQ(st.st_mtim.tv_sec, old[1].tv_sec);
+}
+
+// A resumed job whose unfinished rows are scattered among finished ones, over more than one
+// batch of the queue, and whose keys pass from three digits to four: every unfinished row is
+// handed on once, in ascending key order, and none of the finished ones.
+TEST_F(CollectionTest, AResumeWithGapsWorksEveryUnfinishedRowOnceInKeyOrder) {
+  ctx.settings.Silent = true;
+  ctx.settings.CreateLog = true;
+  ctx.paths.DatabasePath = logs + "/_job.sdb";
+  ctx.paths.ErrorLogPath = logs + "/_errors.log";
+  fs::create_directories(logs);
+  ASSERT_TRUE(CreateUnicodeFile(logs + "/_verification_log.csv"));
+  {
+    DbConnection db;
+    ASSERT_TRUE(db.Create(ctx.paths.DatabasePath));
+    BuildJobSchema(db);
+    db.Execute("BEGIN");
+    for (int i = 1; i <= 2400; ++i) {
+      // Sources that are gone: each row still gets its line, cheaply.
+      const std::string key = std::to_string(3 * i);
+      db.Execute("Insert into tFiles(file_key, source_path, source_size, dest_path, completed) "
+                 "values('" + key + "', '" + dir / ("gone/f" + key) + "', '0', '" + target +
+                 "/f" + key + "', '" + (i % 3 == 0 ? "1" : "0") + "')");
+    }
+    db.Execute("COMMIT");
+  }
+  ProcessJobQueue(ctx);
+  DropConnection(ctx);
+
+  std::vector<std::string> expected;
+  for (int i = 1; i <= 2400; ++i) {
+    if (i % 3 != 0) expected.push_back(dir / ("gone/f" + std::to_string(3 * i)));
+  }
+  std::vector<std::string> handled;
+  for (const std::string& line : test::Utf16FileLines(logs + "/_verification_log.csv")) {
+    const size_t from = line.find(dir / "gone/");
+    ASSERT_NE(from, std::string::npos) << line;
+    handled.push_back(line.substr(from, line.find(',', from) - from));
+  }
+  EXPECT_EQ(handled, expected);
+  DbConnection db;
+  ASSERT_TRUE(db.Open(ctx.paths.DatabasePath));
+  EXPECT_EQ(db.Query("Select * from tFiles where completed = '0'").RowCount(), 0);
 }
 
 }  // namespace

@@ -278,6 +278,35 @@ TEST_F(NativeTransferTest, ProgressIsPumpedPerChunkAndCancelDoesNotStopTheFileIn
   EXPECT_FALSE(Exists(dir / "t"));
 }
 
+// The size read at the open is only where the file ended then: a file that grows under the
+// copy is copied to its new end, one that shrinks to where it stops.
+TEST_F(NativeTransferTest, AFileThatGrowsOrShrinksUnderTheCopyIsCopiedAsItEnds) {
+  // Exactly one chunk, grown by 100 bytes once that chunk is in.
+  const std::string grown = dir.WriteFile("grows", RandomBytes(kChunk, 6));
+  pump.onPump = [&](int n) {
+    if (n != 2) return;
+    const int fd = open(grown.c_str(), O_WRONLY | O_APPEND);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, std::string(100, 'g').data(), 100), 100);
+    close(fd);
+  };
+  EXPECT_TRUE(CopyFileWithProgress(ctx, grown, dir / "grows-copy"));
+  EXPECT_EQ(ReadBytes(dir / "grows-copy").size(), kChunk + 100);
+  EXPECT_TRUE(ReadBytes(dir / "grows-copy") == ReadBytes(grown));
+
+  // Two chunks, cut to one and a bit once the first is in.
+  pump.pumps = 0;
+  const std::string shrunk = dir.WriteFile("shrinks", RandomBytes(2 * kChunk, 7));
+  pump.onPump = [&](int n) {
+    if (n == 2) {
+      ASSERT_EQ(truncate(shrunk.c_str(), kChunk + 10), 0);
+    }
+  };
+  CopyFileWithProgress(ctx, shrunk, dir / "shrinks-copy");
+  EXPECT_EQ(ReadBytes(dir / "shrinks-copy").size(), kChunk + 10);
+  EXPECT_TRUE(ReadBytes(dir / "shrinks-copy") == ReadBytes(shrunk));
+}
+
 // A copy that fails part-way: the file size limit stops the writes at 1 MiB.
 TEST_F(NativeTransferTest, AFailedWriteLeavesThePartialTarget) {
   const std::string bytes = RandomBytes(3 * kMiB, 6);

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/file_times.h"
 #include "run/run_context.h"
 #include "support/child_process.h"
 #include "support/fake_dialogs.h"
@@ -93,6 +94,34 @@ TEST_F(HashFileTest, TheFilesTimesAreLeftExactlyAsTheyWere) {
 
   EXPECT_EQ(HashFile(ctx, path), test::Md5Of(Pattern(kChunk + 5)));
   EXPECT_EQ(stamps(), before);
+}
+
+// Hashed on a second thread: the same digest and the same untouched times as in line, and
+// nothing at all for what can't be opened.
+TEST_F(HashFileTest, HashedAheadTheDigestAndTheTimesAreThoseOfHashFile) {
+  const std::string bytes = Pattern(static_cast<size_t>(HashAhead::kMinimumSize) + kChunk / 2);
+  const std::string path = dir.WriteFile("large", bytes);
+  const struct timespec ts[2] = {{1000000000, 123456789}, {1100000000, 987654321}};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, 0), 0);
+  FileTimes before;
+  ASSERT_EQ(GetFileTimes(ctx, path, before), 1);
+  {
+    HashAhead ahead(path);
+    EXPECT_EQ(ahead.Finish(ctx, before), test::Md5Of(bytes));
+  }
+  FileTimes after;
+  ASSERT_EQ(GetFileTimes(ctx, path, after), 1);
+  EXPECT_EQ(after.accessed, before.accessed);
+  EXPECT_EQ(after.modified, before.modified);
+  struct statx st {};
+  ASSERT_EQ(statx(AT_FDCWD, path.c_str(), 0, STATX_ATIME, &st), 0);
+  EXPECT_EQ(st.stx_atime.tv_nsec, 123456789) << "times already in place are not rewritten";
+
+  for (const std::string& gone : {dir / "missing", dir.MakeDir("folder")}) {
+    HashAhead ahead(gone);
+    EXPECT_EQ(ahead.Finish(ctx, before), "");
+  }
+  EXPECT_TRUE(dialogs.shown.empty());
 }
 
 TEST_F(HashFileTest, WhatIsNoRegularFileGivesAnEmptyTextAndNoMessage) {

@@ -75,6 +75,7 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
     ctx.file.copyFailed = false;
     ctx.file.copyFailure.clear();
     ctx.file.sourceTimesRead = false;
+    ctx.file.size = size;
     bool shortName = false;
     // A source named through a symbolic link: every look through the link moves the link's own
     // access time, so its times are put back, the link not followed, whatever becomes of the row.
@@ -190,7 +191,12 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
       }
     }
     if (s.Ravelin) {
-      if (CopyFileWithProgress(ctx, sourcePath, targetPath)) {
+      // Nothing has touched the source since its times were read (the external engine, which
+      // may have, runs only in the other branch); a source not found is looked for again.
+      const bool copied = ctx.file.sourceTimesRead && !s.Robocopy
+                              ? CopyFileWithProgressAfterTimes(ctx, sourcePath, targetPath, fileTimes)
+                              : CopyFileWithProgress(ctx, sourcePath, targetPath);
+      if (copied) {
         CountCopiedFile(ctx, size);
       } else {
         ctx.file.copyFailed = true;

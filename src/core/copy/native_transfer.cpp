@@ -59,9 +59,8 @@ class Descriptor {
 // Opens a source for reading. Only a regular file is opened: a FIFO would block the run and a
 // device may act on being opened. O_NOATIME keeps the read from touching the access time where
 // the kernel allows it (owner or CAP_FOWNER); elsewhere the times are written back afterwards.
-// -1 when it can't be opened.
-int OpenSource(const std::string& path) {
-  struct stat st {};
+// -1 when it can't be opened; else the record of the file opened is left in `st`.
+int OpenSource(const std::string& path, struct stat& st) {
   if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return -1;
   const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
   int fd = ::open(path.c_str(), flags | O_NOATIME);
@@ -131,20 +130,25 @@ int CopyFileProgressRoutine(RunContext& ctx, int64_t totalFileSize, int64_t tota
 // caller gives it the source's mode. A failure part-way leaves the partial target in place;
 // only a cancel from the progress routine removes it. A failure leaves its words in `why`;
 // `opened` tells whether the target was opened for writing at all.
+// Where `mode` is asked for, a finished copy is given the permission bits of the source as
+// opened (set-id and sticky bits left out) through its own descriptor, and `mode` says so; a
+// copy that stopped part-way is left to the caller.
+struct GivenMode {
+  std::optional<mode_t> bits;  // the source's, once it was opened
+  bool given = false;
+};
+
 bool TransferBytes(RunContext& ctx, const std::string& source, const std::string& target,
-                   bool withProgress, std::string& why, bool& opened) {
+                   bool withProgress, std::string& why, bool& opened, GivenMode* mode = nullptr) {
   opened = false;
   errno = 0;
-  Descriptor in(OpenSource(LongPathPrefix(source)));
+  struct stat from {};
+  Descriptor in(OpenSource(LongPathPrefix(source), from));
   if (in.get() < 0) {
     why = errno != 0 ? Failed("cannot open source", errno) : "source is not a regular file";
     return false;
   }
-  struct stat from {};
-  if (::fstat(in.get(), &from) != 0) {
-    why = Failed("cannot read source", errno);
-    return false;
-  }
+  if (mode != nullptr) mode->bits = static_cast<mode_t>(from.st_mode & 0777);
 
   const std::string to = LongPathPrefix(target);
   struct stat existing {};
@@ -187,10 +191,15 @@ bool TransferBytes(RunContext& ctx, const std::string& source, const std::string
 
   if (progress(kCallbackStreamSwitch) == kProgressCancel) return cancel();
   bool useRange = true;
+  bool ended = false;
   std::vector<char> buffer;
   for (;;) {
     ssize_t n = 0;
     if (useRange) {
+      // A short answer that reaches the size the open saw is the end of the file: asking again
+      // would only be told so. A file that grew meanwhile gives a full answer or passes the
+      // size, and is read on to its new end; one that shrank stops short of the size.
+      if (ended) break;
       n = ::copy_file_range(in.get(), nullptr, out.get(), nullptr, kTransferChunk, 0);
       if (n < 0) {
         const int err = errno;
@@ -210,6 +219,7 @@ bool TransferBytes(RunContext& ctx, const std::string& source, const std::string
         useRange = false;
         continue;
       }
+      ended = n > 0 && static_cast<size_t>(n) < kTransferChunk && transferred + n == total;
     } else {
       if (buffer.empty()) buffer.resize(kTransferChunk);
       n = ReadFull(in.get(), buffer.data(), buffer.size());
@@ -225,6 +235,12 @@ bool TransferBytes(RunContext& ctx, const std::string& source, const std::string
     if (n == 0) break;
     transferred += n;
     if (progress(kCallbackChunkFinished) == kProgressCancel) return cancel();
+  }
+  // Only where the bits differ: a chmod moves the change time even when it changes nothing.
+  if (mode != nullptr) {
+    struct stat now {};
+    mode->given = ::fstat(out.get(), &now) == 0 &&
+                  ((now.st_mode & 07777) == *mode->bits || ::fchmod(out.get(), *mode->bits) == 0);
   }
   // A network or full disk may refuse only here, at the close.
   if (!out.Close()) {
@@ -262,22 +278,27 @@ int32_t ManualSize(int fd) {
 
 }  // namespace
 
-bool CopyFileWithProgress(RunContext& ctx, const std::string& source, const std::string& target) {
+static bool CopyWithProgress(RunContext& ctx, const std::string& source, const std::string& target,
+                      const FileTimes* timesJustRead) {
   try {
     GoDebug("               Retrieve Source TS");
     FileTimes times;
-    GetFileTimes(ctx, source, times);
+    if (timesJustRead != nullptr) {
+      times = *timesJustRead;
+    } else {
+      GetFileTimes(ctx, source, times);
+    }
 
     // Linux needs no write bit to read a file, so the source's mode is only read, never
-    // lowered to "normal" and put back.
+    // lowered to "normal" and put back. It is read from the source as the transfer opens it.
     GoDebug("               Retrieve File Attributes");
-    const std::optional<mode_t> saved = PermissionBits(source);
 
     GoDebug("               Begin Copy Callback");
     ctx.progress.lblCurrentProcess = "Current Process: Copying File";
     std::string why;
     bool opened = false;
-    const bool copied = TransferBytes(ctx, source, target, true, why, opened);
+    GivenMode mode;
+    const bool copied = TransferBytes(ctx, source, target, true, why, opened, &mode);
     ctx.file.copyFailure = why;
 
     GoDebug("               Roll TS");
@@ -295,8 +316,9 @@ bool CopyFileWithProgress(RunContext& ctx, const std::string& source, const std:
     GoDebug("               Roll Attributes");
 
     GoDebug("               Set Attributes");
-    // A target the transfer refused (read-only, the source itself) keeps its own mode.
-    if (opened) GivePermissionBits(target, saved);
+    // A target the transfer refused (read-only, the source itself) keeps its own mode; a
+    // finished copy has had it given already.
+    if (opened && !mode.given) GivePermissionBits(target, mode.bits);
 
     GoDebug("               Roll TS");
     SetFileTimes(ctx, source, times);
@@ -319,6 +341,16 @@ bool CopyFileWithProgress(RunContext& ctx, const std::string& source, const std:
   } catch (...) {
     return false;
   }
+}
+
+bool CopyFileWithProgress(RunContext& ctx, const std::string& source, const std::string& target) {
+  return CopyWithProgress(ctx, source, target, nullptr);
+}
+
+bool CopyFileWithProgressAfterTimes(RunContext& ctx, const std::string& source,
+                                    const std::string& target,
+                                    const FileTimes& sourceTimesJustRead) {
+  return CopyWithProgress(ctx, source, target, &sourceTimesJustRead);
 }
 
 bool CopyFileManual(RunContext& ctx, const std::string& source, const std::string& target) {
@@ -346,7 +378,8 @@ bool CopyFileManual(RunContext& ctx, const std::string& source, const std::strin
 
     // Read-only: a collection never needs to write to its source.
     words = "Could not create read handle for source file.";
-    Descriptor in(OpenSource(LongPathPrefix(source)));
+    struct stat opened {};
+    Descriptor in(OpenSource(LongPathPrefix(source), opened));
 
     // Not truncated: a longer old target keeps its tail, which verification then exposes.
     words = "Could not create read/write handle for destination file.";

@@ -1,6 +1,7 @@
 #include "copy/work_queue.h"
 
 #include <limits>
+#include <optional>
 
 #include "copy/file_pipeline.h"
 #include "copy/target_paths.h"
@@ -29,9 +30,10 @@ int32_t AddRows(int32_t counter, int rows) {
 
 // Every field of the row is read in its order, each under its own stage, although the
 // pipeline takes only four of them: a failure in any is reported under that stage.
-void ProcessRow(RunContext& ctx, const ResultSet& rs, std::string& stage) {
+// The key of the row is left in `key` as soon as it is read.
+void ProcessRow(RunContext& ctx, const ResultSet& rs, std::string& stage, int64_t& key) {
   stage = "Storing file key";
-  const int64_t key = rs.Field("file_key").Int64();
+  key = rs.Field("file_key").Int64();
   stage = "Storing Extension";
   rs.Field("extension").Text();
   stage = "Storing suspect value";
@@ -64,17 +66,23 @@ void ProcessRow(RunContext& ctx, const ResultSet& rs, std::string& stage) {
   // Finished whatever became of the copy, and committed before the next file starts, so the
   // database is the record of progress and a killed run loses at most the row in hand.
   stage = "Updating completed flag";
-  Connection(ctx).Execute("UPDATE tFiles set completed = '1' where file_key = '" + IntText(key) +
-                          "'");
+  Connection(ctx).ExecuteWith("UPDATE tFiles set completed = '1' where file_key = ?",
+                              {IntText(key)});
 }
 
 void FilePass(RunContext& ctx, std::string& stage) {
   int32_t rowCounter = 1;
+  // Every row up to the last key handed on is finished (or, its key no number, can never be),
+  // so a later batch starts after it: the same rows in the same order, found through the key
+  // instead of by reading every finished row again.
+  std::optional<int64_t> lastKey;
   while (rowCounter >= 1) {
     stage = "Setting Query";
     const std::string sql =
-        "Select * from tFiles where completed = '0' order by file_key asc limit " +
-        IntText(kBatchSize);
+        lastKey ? "Select * from tFiles where completed = '0' and file_key > '" +
+                      IntText(*lastKey) + "' order by file_key asc limit " + IntText(kBatchSize)
+                : "Select * from tFiles where completed = '0' order by file_key asc limit " +
+                      IntText(kBatchSize);
     stage = "Querying Database";
     ResultSet rs = Connection(ctx).Query(sql);
     stage = "Checking Result Count";
@@ -86,7 +94,11 @@ void FilePass(RunContext& ctx, std::string& stage) {
       stage = "Checking for end of result set or cancel press";
       if (rs.Eof() || ctx.counters.CancelRequested) break;
       // A row whose key is no number is passed over and stays unfinished.
-      if (rs.Field("file_key").IsNumeric()) ProcessRow(ctx, rs, stage);
+      if (rs.Field("file_key").IsNumeric()) {
+        int64_t key = 0;
+        ProcessRow(ctx, rs, stage, key);
+        lastKey = key;
+      }
       stage = "Moving to next record in result set.";
       rs.MoveNext();
     }

@@ -193,6 +193,8 @@ const DbValue& ResultSet::Value(int row, int column) const {
 DbConnection::~DbConnection() { Close(); }
 
 void DbConnection::Close() {
+  for (auto& [text, stmt] : kept_) sqlite3_finalize(stmt);
+  kept_.clear();
   if (db_ != nullptr) sqlite3_close_v2(db_);
   db_ = nullptr;
 }
@@ -257,6 +259,29 @@ void DbConnection::Execute(const std::string& sql) {
     lastSystemError_ = sqlite3_system_errno(db_);
     throw RunError(rc, text);
   }
+}
+
+void DbConnection::ExecuteWith(const char* sql, std::initializer_list<std::string_view> texts) {
+  if (db_ == nullptr) throw Failure();
+  sqlite3_stmt*& stmt = kept_[sql];
+  if (stmt == nullptr && sqlite3_prepare_v2(db_, sql, -1, &stmt, nullptr) != SQLITE_OK) {
+    kept_.erase(sql);
+    throw Failure();
+  }
+  int i = 0;
+  for (std::string_view text : texts) {
+    sqlite3_bind_text(stmt, ++i, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+  }
+  const int rc = sqlite3_step(stmt);
+  if (rc == SQLITE_DONE || rc == SQLITE_ROW) {
+    sqlite3_reset(stmt);
+    return;
+  }
+  // The words as the plain execute gives them: the connection's message for this failure.
+  RunError failure(rc, sqlite3_errmsg(db_));
+  lastSystemError_ = sqlite3_system_errno(db_);
+  sqlite3_reset(stmt);
+  throw failure;
 }
 
 ResultSet DbConnection::Query(const std::string& sql) {

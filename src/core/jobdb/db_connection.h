@@ -4,11 +4,14 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <initializer_list>
 #include <string_view>
+#include <unordered_map>
 #include <variant>
 #include <vector>
 
 struct sqlite3;
+struct sqlite3_stmt;
 
 namespace qr {
 
@@ -77,6 +80,10 @@ class DbConnection {
   bool Open(const std::string& path, const std::string& password = "");
   // Throws RunError(sqlite result code, message) on failure.
   void Execute(const std::string& sql);
+  // One statement whose `?` stand for the texts, in order, each as if quoted into the SQL. The
+  // statement is compiled once per connection and kept: for the statements run once a row.
+  // Throws RunError as Execute does.
+  void ExecuteWith(const char* sql, std::initializer_list<std::string_view> texts);
   ResultSet Query(const std::string& sql);
   bool IsOpen() const { return db_ != nullptr; }
   // The operating system's error number behind the last failure (errno), 0 when there was none.
@@ -88,6 +95,8 @@ class DbConnection {
   RunError Failure();
   void Close();
   sqlite3* db_ = nullptr;
+  // Compiled statements of ExecuteWith, by their text.
+  std::unordered_map<std::string, sqlite3_stmt*> kept_;
   // Why the last open failed; what a statement on a connection that never opened reports.
   int openErrorCode_ = 0;
   std::string openErrorMessage_;

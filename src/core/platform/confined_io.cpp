@@ -1,7 +1,9 @@
 #include "platform/confined_io.h"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <stdio.h>
+#include <sys/syscall.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -62,6 +64,7 @@ class AtPath {
       return;
     }
     const std::vector<std::string> parts = Split(rest, kSepText);
+    if (WalkAtOnce(fd, parts)) return;
     for (size_t i = 0; i < parts.size(); ++i) {
       const std::string& part = parts[i];
       if (part.empty()) continue;
@@ -106,6 +109,57 @@ class AtPath {
   }
 
  private:
+  // The folder part in one call: the kernel resolves it below the root and refuses any link on
+  // the way, which is what the walk part by part does with a call per part. False where the
+  // kernel lacks the call; the walk then does it. Takes `rootFd` over either way it returns
+  // true.
+  bool WalkAtOnce(int rootFd, const std::vector<std::string>& parts) {
+    static bool unavailable = false;
+    if (unavailable) return false;
+    std::string folder;
+    size_t last = parts.size();
+    while (last > 0 && parts[last - 1].empty()) --last;
+    if (last == 0) return false;
+    for (size_t i = 0; i < last; ++i) {
+      const std::string& part = parts[i];
+      if (part.empty()) continue;
+      // A dot part would step out of the folder walked so far.
+      if (part == "." || part == "..") {
+        ::close(rootFd);
+        error_ = EACCES;
+        return true;
+      }
+      if (i + 1 == last) {
+        name_ = part;
+        break;
+      }
+      if (!folder.empty()) folder += kSep;
+      folder += part;
+    }
+    if (folder.empty()) {
+      dir_ = rootFd;
+      return true;
+    }
+    struct open_how how {};
+    how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+    const long fd = ::syscall(SYS_openat2, rootFd, folder.c_str(), &how, sizeof how);
+    const int err = errno;
+    if (fd < 0 && (err == ENOSYS || err == E2BIG)) {
+      unavailable = true;
+      name_.clear();
+      return false;
+    }
+    ::close(rootFd);
+    if (fd < 0) {
+      // A link where a folder should be is no folder here.
+      error_ = err == ELOOP ? ENOTDIR : err;
+      return true;
+    }
+    dir_ = static_cast<int>(fd);
+    return true;
+  }
+
   bool confined_ = false;
   int dir_ = AT_FDCWD;
   int error_ = 0;
@@ -193,6 +247,18 @@ int SetTimesAt(const std::string& path, const struct timespec ts[2]) {
   AtPath at(path);
   if (!at.ok()) return at.error();
   return Errno(::utimensat(at.dir(), at.name(), ts, at.noFollow()));
+}
+
+int StatxThenSetTimes(const std::string& path, unsigned int mask, struct statx& st,
+                      const std::function<bool(const struct statx&, struct timespec ts[2])>& change,
+                      int& setError) {
+  setError = 0;
+  AtPath at(path);
+  if (!at.ok()) return at.error();
+  if (::statx(at.dir(), at.name(), at.noFollow(), mask, &st) != 0) return errno;
+  struct timespec ts[2] = {};
+  if (change(st, ts)) setError = Errno(::utimensat(at.dir(), at.name(), ts, at.noFollow()));
+  return 0;
 }
 
 int RenameNoReplace(const std::string& from, const std::string& to) {

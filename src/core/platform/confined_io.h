@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,13 @@ int ChangeMode(const std::string& path, mode_t mode);
 // utimensat(2) on the object itself below a root (a link there gets its own times, its target
 // none); as named elsewhere. `ts` as utimensat takes it. 0 or the errno.
 int SetTimesAt(const std::string& path, const struct timespec ts[2]);
+
+// statx(2) of the object itself below a root (as named elsewhere, links followed), then,
+// where `change` fills the two times and answers true, utimensat(2) of the same entry: the path
+// is resolved once for both. 0 or the errno of the statx; `setError` takes that of utimensat.
+int StatxThenSetTimes(const std::string& path, unsigned int mask, struct statx& st,
+                      const std::function<bool(const struct statx&, struct timespec ts[2])>& change,
+                      int& setError);
 
 // renameat2 with RENAME_NOREPLACE, both folders reached without links below a root. 0 or the
 // errno.

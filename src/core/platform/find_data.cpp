@@ -47,6 +47,7 @@ void SetTimes(FindData& out, const struct statx& st) {
   out.lastWriteTime = FromStatx(st.stx_mtime);
   out.hasBirthTime = (st.stx_mask & STATX_BTIME) != 0;
   out.creationTime = out.hasBirthTime ? FromStatx(st.stx_btime) : out.lastWriteTime;
+  out.device = DeviceOf(st);
 }
 
 // The record of a plain (not link) object. A folder carries no size, as folders never do in a

@@ -33,6 +33,8 @@ struct FindData {
   EntryKind kind = EntryKind::Other;
   // False where the file system keeps no birth time and creationTime is the stand-in.
   bool hasBirthTime = false;
+  // The file system the entry lies on (for a followed link, its target's).
+  uint64_t device = 0;
 
   uint64_t Size() const { return (uint64_t{sizeHigh} << 32) | sizeLow; }
   bool IsDirectory() const { return (attributes & kAttrDirectory) != 0; }

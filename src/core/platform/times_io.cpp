@@ -77,22 +77,23 @@ std::map<uint64_t, bool>& DevicesWithoutCreationAttribute() {
 bool WriteFileTimes(const std::string& path, FileTime created, FileTime accessed, FileTime modified,
                     int* error) {
   struct statx st {};
-  if (const int e = StatxNoFollow(path, STATX_ATIME | STATX_MTIME, st); e != 0) {
+  int setError = 0;
+  // No write bit is needed: root and the owner may set any time, so no mode is ever touched.
+  const int e = StatxThenSetTimes(
+      path, STATX_ATIME | STATX_MTIME, st,
+      [&](const struct statx& now, struct timespec ts[2]) {
+        bool anything = false;
+        ts[0] = Wanted(accessed, FromStatx(now.stx_atime), anything);
+        ts[1] = Wanted(modified, FromStatx(now.stx_mtime), anything);
+        return anything;
+      },
+      setError);
+  if (e != 0) {
     if (error != nullptr) *error = e;
     return false;
   }
-  bool ok = true;
-  int err = 0;
-  bool anything = false;
-  const struct timespec ts[2] = {Wanted(accessed, FromStatx(st.stx_atime), anything),
-                                 Wanted(modified, FromStatx(st.stx_mtime), anything)};
-  // No write bit is needed: root and the owner may set any time, so no mode is ever touched.
-  if (anything) {
-    if (const int e = SetTimesAt(path, ts); e != 0) {
-      ok = false;
-      err = e;
-    }
-  }
+  bool ok = setError == 0;
+  int err = setError;
   const uint64_t device = makedev(st.stx_dev_major, st.stx_dev_minor);
   bool& without = DevicesWithoutCreationAttribute()[device];
   FileTime currentCreation = 0;
@@ -135,6 +136,20 @@ bool WriteLinkTimes(int dirfd, const std::string& path, FileTime accessed, FileT
 bool CanSetCreationTime(const std::string& path) {
   FileTime ignored = 0;
   return ReadCreationAttribute(path, ignored);
+}
+
+}  // namespace qr
+
+namespace qr {
+
+bool CanSetCreationTime(const std::string& path, uint64_t device) {
+  bool& without = DevicesWithoutCreationAttribute()[device];
+  if (without) return false;
+  FileTime ignored = 0;
+  int error = 0;
+  if (ReadCreationAttribute(path, ignored, &error)) return true;
+  if (error == EOPNOTSUPP || error == ENOTSUP) without = true;
+  return false;
 }
 
 }  // namespace qr

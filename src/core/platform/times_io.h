@@ -2,6 +2,7 @@
 // Writing a file's or folder's times back. A member that is zero is left as it is, and so is a
 // member that already equals the value at 100 ns resolution: writing back the times just read
 // leaves the object bit-identical, nanoseconds included. Links are followed.
+#include <cstdint>
 #include <string>
 
 #include "platform/find_data.h"
@@ -21,5 +22,8 @@ bool WriteLinkTimes(int dirfd, const std::string& path, FileTime accessed, FileT
 // True where the file system holding `path` can take a creation time (an NTFS volume through
 // its system.ntfs_crtime attribute). Most Linux file systems cannot.
 bool CanSetCreationTime(const std::string& path);
+// The same for a path known to lie on `device`: a file system that refused once is not asked
+// again, as when times are written.
+bool CanSetCreationTime(const std::string& path, uint64_t device);
 
 }  // namespace qr

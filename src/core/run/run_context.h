@@ -42,6 +42,8 @@ struct FileInHand {
   // checks the source still carries.
   FileTimes sourceTimes;
   bool sourceTimesRead = false;
+  // Its size as its row gives it.
+  int64_t size = 0;
   // Set for the first row a resumed queue takes: the row in hand when the job was stopped.
   bool rowMayBeHalfCopied = false;
 };

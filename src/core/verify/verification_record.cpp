@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <exception>
+#include <optional>
 
 #include "jobdb/job_database.h"
 #include "platform/dates.h"
@@ -156,6 +157,12 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
     stage = "Determining File Name";
     const std::string fileName = NamePart(sourcePath);
 
+    // A large copy is hashed on a second thread while its source is hashed on this one: the
+    // copy's times are read just before, as they would be just after, since hashing the source
+    // does not touch the copy.
+    std::optional<HashAhead> destAhead;
+    FileTimes destAheadTimes;
+
     if (ctx.file.copyFailed) {
       // The transfer failed, so the source may have been disturbed: the times read before it are
       // the true ones, and a hash of the source would prove nothing about a copy.
@@ -178,9 +185,19 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
         source.times.accessed = t.accessed;
         stage = "Hash source: set SourceLMT";
         source.times.modified = t.modified;
+        if (s.HashDest && knownSourceHash.empty() && ctx.file.size >= HashAhead::kMinimumSize &&
+            GetFileTimes(ctx, targetPath, destAheadTimes) == 1) {
+          destAhead.emplace(targetPath);
+        }
         stage = "Hash source: hash";
         // A digest the caller already holds is not computed a second time.
-        sourceHash = knownSourceHash.empty() ? HashFile(ctx, sourcePath) : knownSourceHash;
+        // The times just read are the ones the hash puts back; an entry that was not found
+        // is looked for again.
+        if (!knownSourceHash.empty()) {
+          sourceHash = knownSourceHash;
+        } else {
+          sourceHash = source.timesRead ? HashFileAfterTimes(ctx, sourcePath, t) : HashFile(ctx, sourcePath);
+        }
         stage = "Hash source: set flags";
         if (Trim(sourceHash).empty()) {
           error = true;
@@ -204,7 +221,12 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
       ctx.pump.Pump();
       stage = "Hash dest: get times";
       FileTimes t;
-      dest.timesRead = GetFileTimes(ctx, targetPath, t) == 1;
+      if (destAhead) {
+        t = destAheadTimes;
+        dest.timesRead = true;
+      } else {
+        dest.timesRead = GetFileTimes(ctx, targetPath, t) == 1;
+      }
       stage = "Hash dest: set DestCT";
       dest.times.created = t.created;
       stage = "Hash dest: set DestLAT";
@@ -212,7 +234,12 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
       stage = "Hash dest: set DestLMT";
       dest.times.modified = t.modified;
       stage = "Hash dest: Hash dest";
-      destHash = HashFile(ctx, targetPath);
+      if (destAhead) {
+        destHash = destAhead->Finish(ctx, t);
+      } else {
+        destHash =
+            dest.timesRead ? HashFileAfterTimes(ctx, targetPath, t) : HashFile(ctx, targetPath);
+      }
       stage = "Hash dest: set flags";
       if (Trim(destHash).empty()) {
         error = true;
@@ -289,7 +316,7 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
       const bool dated = source.found;
       // Most file systems here cannot be given a creation time, so the copy's can never equal
       // its source's: that is not a finding, and must not hide the other two comparisons.
-      const bool creationKept = CanSetCreationTime(targetPath);
+      const bool creationKept = CanSetCreationTime(targetPath, entry.device);
       stage = "Comparing creation times for match";
       if (creationKept && LowHalf(source.times.created) != LowHalf(dest.times.created)) {
         stage = "Calculating creation time difference";
