@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
+#include <QLineEdit>
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QPushButton>
+#include <QTest>
 #include <filesystem>
 #include <string>
 #include <utility>
@@ -49,9 +51,30 @@ TEST(JobPickerWindow, APreparedJobIsFoundRunUnderQMarkedDoneAndThenNoLongerListe
   WindowRegistry windows;
   ctx.program.app.programFolder = t / "prog/";
   t.WriteFile("src/a.txt", "alpha");
-  Prepare(t, "Evidence", UpperCase(ComputerName()));
   Prepare(t, "Elsewhere", ComputerName() + "-other");
   MainWindow main(ctx, windows);
+  {
+    // The job that is run is typed and saved in the job manager, as its author would.
+    JobManager& author = *main.jobManager();
+    auto type = [&](const char* name, const std::string& text) {
+      auto* box = author.findChild<QLineEdit*>(name);
+      ASSERT_NE(box, nullptr) << name;
+      box->clear();
+      QTest::keyClicks(box, QString::fromStdString(text));
+    };
+    type("txtOrderName", "Evidence");
+    QTest::keyClicks(author.findChild<QPlainTextEdit*>("txtInstructions"),
+                     "Instructions of Evidence");
+    type("txtCompName", UpperCase(ComputerName()));
+    type("txtTarget", t / "out");
+    type("txtLogPath", t / "logs");
+    dialogs.inputs = {t / "src"};
+    author.findChild<QPushButton*>("lnkTypePath")->click();
+    t.MakeDir("prog/_lsw");
+    dialogs.picks = {t / "prog/_lsw/Evidence"};
+    author.findChild<QPushButton*>("cmdSave")->click();
+    ASSERT_TRUE(fs::exists(t / "prog/_lsw/Evidence.lsw"));
+  }
   JobPicker picker(ctx, main, windows);
   auto* resume = picker.findChild<QAction*>("mnuResume");
   auto* run = picker.findChild<QPushButton*>("cmdRun");
