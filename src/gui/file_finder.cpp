@@ -12,16 +12,12 @@
 #include <utility>
 
 #include "platform/paths.h"
+#include "qt_text.h"
 #include "ui_file_finder.h"
 
 namespace qr::gui {
 
 namespace {
-
-QString Q(const std::string& s) {
-  return QString::fromUtf8(s.data(), static_cast<qsizetype>(s.size()));
-}
-std::string S(const QString& s) { return s.toUtf8().toStdString(); }
 
 constexpr int kPathRole = Qt::UserRole;
 

@@ -8,16 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "qt_text.h"
 #include "ui_file_type_picker.h"
 
 namespace qr::gui {
 
 namespace {
-
-QString Q(const std::string& s) {
-  return QString::fromUtf8(s.data(), static_cast<qsizetype>(s.size()));
-}
-std::string S(const QString& s) { return s.toUtf8().toStdString(); }
 
 void SetList(QListWidget* list, const std::vector<std::string>& items, int current) {
   bool same = list->count() == static_cast<int>(items.size());

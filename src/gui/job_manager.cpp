@@ -20,6 +20,7 @@
 #include "file_type_picker.h"
 #include "main_window.h"
 #include "qt_dialogs.h"
+#include "qt_text.h"
 #include "ui/main_window.h"
 #include "ui_job_manager.h"
 
@@ -27,39 +28,9 @@ namespace qr::gui {
 
 namespace {
 
-QString Q(const std::string& s) {
-  return QString::fromUtf8(s.data(), static_cast<qsizetype>(s.size()));
-}
-std::string S(const QString& s) { return s.toUtf8().toStdString(); }
-
-// The multi-line boxes edit with LF; the job keeps the system's CR LF.
-std::string WithCrLf(const QString& text) {
-  QString t = text;
-  t.replace("\n", "\r\n");
-  return S(t);
-}
-
-void SetLine(QLineEdit* box, const std::string& text) {
-  const QString q = Q(text);
-  if (box->text() != q) box->setText(q);
-}
-
 void SetPlain(QPlainTextEdit* box, const std::string& text) {
   const QString q = DisplayText(text);
   if (box->toPlainText() != q) box->setPlainText(q);
-}
-
-void SetCheck(QCheckBox* box, bool on) {
-  if (box->isChecked() != on) box->setChecked(on);
-}
-
-std::vector<std::string> DroppedPaths(const QMimeData* data) {
-  std::vector<std::string> paths;
-  if (data == nullptr || !data->hasUrls()) return paths;
-  for (const QUrl& url : data->urls()) {
-    if (url.isLocalFile()) paths.push_back(S(url.toLocalFile()));
-  }
-  return paths;
 }
 
 }  // namespace

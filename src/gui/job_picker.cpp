@@ -7,18 +7,11 @@
 
 #include "job_manager.h"
 #include "main_window.h"
+#include "qt_text.h"
 #include "ui_job_picker.h"
 #include "window_registry.h"
 
 namespace qr::gui {
-
-namespace {
-
-QString Q(const std::string& s) {
-  return QString::fromUtf8(s.data(), static_cast<qsizetype>(s.size()));
-}
-
-}  // namespace
 
 JobPicker::JobPicker(RunContext& ctx, MainWindow& main, WindowRegistry& windows, QWidget* parent)
     : QMainWindow(parent),

@@ -16,29 +16,11 @@
 #include "job_manager.h"
 #include "options_dialog.h"
 #include "progress_window.h"
+#include "qt_text.h"
 #include "ui_main_window.h"
 #include "window_registry.h"
 
 namespace qr::gui {
-
-namespace {
-
-QString Q(const std::string& s) {
-  return QString::fromUtf8(s.data(), static_cast<qsizetype>(s.size()));
-}
-std::string S(const QString& s) { return s.toUtf8().toStdString(); }
-
-// The local files and folders that a drag carries, in drop order.
-std::vector<std::string> DroppedPaths(const QMimeData* data) {
-  std::vector<std::string> paths;
-  if (data == nullptr || !data->hasUrls()) return paths;
-  for (const QUrl& url : data->urls()) {
-    if (url.isLocalFile()) paths.push_back(S(url.toLocalFile()));
-  }
-  return paths;
-}
-
-}  // namespace
 
 MainWindow::MainWindow(RunContext& ctx, WindowRegistry& windows,
                        std::unique_ptr<OptionsDialog> options, QWidget* parent)

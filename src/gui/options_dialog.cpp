@@ -17,24 +17,13 @@
 #include <utility>
 
 #include "qt_dialogs.h"
+#include "qt_text.h"
 #include "twips.h"
 #include "ui_options_dialog.h"
 
 namespace qr::gui {
 
 namespace {
-
-QString Q(const std::string& s) {
-  return QString::fromUtf8(s.data(), static_cast<qsizetype>(s.size()));
-}
-std::string S(const QString& s) { return s.toUtf8().toStdString(); }
-
-// The multi-line box edits with LF; the option keeps the system's CR LF.
-std::string WithCrLf(const QString& text) {
-  QString t = text;
-  t.replace("\n", "\r\n");
-  return S(t);
-}
 
 void SetItems(QComboBox* combo, const std::vector<std::string>& items) {
   bool same = combo->count() == static_cast<int>(items.size());
@@ -69,11 +58,6 @@ std::vector<int> Selection(const QListWidget* list) {
   std::vector<int> rows;
   for (QListWidgetItem* item : list->selectedItems()) rows.push_back(list->row(item));
   return rows;
-}
-
-void SetLine(QLineEdit* box, const std::string& text) {
-  const QString q = Q(text);
-  if (box->text() != q) box->setText(q);
 }
 
 }  // namespace

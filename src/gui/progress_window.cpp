@@ -6,18 +6,11 @@
 #include <QPushButton>
 #include <QTimer>
 
+#include "qt_text.h"
 #include "twips.h"
 #include "ui_progress_window.h"
 
 namespace qr::gui {
-
-namespace {
-
-QString Q(const std::string& s) {
-  return QString::fromUtf8(s.data(), static_cast<qsizetype>(s.size()));
-}
-
-}  // namespace
 
 ProgressWindow::ProgressWindow(RunContext& ctx, QWidget* parent)
     : QWidget(parent, Qt::Window), ctx_(ctx), ui_(std::make_unique<Ui::frmProgress>()) {
