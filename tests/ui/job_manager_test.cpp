@@ -89,7 +89,7 @@ TEST_F(JobManagerTest, ADamagedJobFileIsRefusedAndChangesNothing) {
   f.JobFilePath = t / "kept.lsw";
   ctx.settings.ExclusionPatterns = {"*.tmp"};
   const std::vector<std::string> bad = {
-      t.WriteFile("binary.lsw", std::string("[JNAME]\tx\r\n\0\x01\x02", 16)),
+      t.WriteFile("binary.lsw", std::string("[JNAME]\tx\r\n\0\x01\x02", 14)),
       t.WriteFile("number.lsw", "[JNAME]\tx\r\n[SRC]\t/y\r\n[LOG]\tyes\r\n"),
       t.WriteFile("prose.lsw", "just some words\r\nno tags here\r\n"),
       t / "missing.lsw",
