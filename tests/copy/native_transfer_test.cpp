@@ -17,10 +17,8 @@
 
 #include "platform/find_data.h"
 #include "platform/times_io.h"
-#include "run/run_context.h"
 #include "support/child_process.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -90,12 +88,8 @@ std::string Letters(const std::function<std::vector<bool>(RunContext&)>& copies)
   return out + std::to_string(dialogs.shown.size());
 }
 
-class NativeTransferTest : public ::testing::Test {
+class NativeTransferTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
 };
 
 TEST_F(NativeTransferTest, EachRoutineCopiesBytesAndTimesAndLeavesTheSourceUntouched) {

@@ -2,23 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include "run/run_context.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
-class JobRecordTest : public ::testing::Test {
+class JobRecordTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   void SetUp() override {
     ctx.program.versionText = "2.2.0";
     ctx.program.app.programFolder = "/opt/qr/";
-    ctx.settings.LogPath = dir.path();
     ctx.settings.TargetPath = "/target";
   }
   std::string Record() const { return test::ReadBytes(dir / "_jobfile.rvj"); }

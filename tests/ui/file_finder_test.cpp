@@ -52,8 +52,7 @@ TEST_F(FileFinderTest, ListingAndPickingLeaveEveryTimeAsItWas) {
   std::map<std::string, Stamps> before;
   long n = 0;
   for (const std::string& p : all) {
-    const struct timespec old[2] = {{1000000000 + n, 111 * n}, {1200000000 + n, 222 * n}};
-    ASSERT_EQ(utimensat(AT_FDCWD, p.c_str(), old, 0), 0);
+    test::SetTimes(p, {1000000000 + n, 111 * n}, {1200000000 + n, 222 * n});
     before[p] = StampsOf(p);
     ++n;
   }

@@ -15,10 +15,8 @@
 #include "platform/find_data.h"
 #include "platform/times_io.h"
 #include "platform/unicode_text.h"
-#include "run/run_context.h"
 #include "support/child_process.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -69,7 +67,7 @@ std::vector<std::string> SplitCsv(const std::string& line) {
   return out;
 }
 
-class VerificationRecordTest : public ::testing::Test {
+class VerificationRecordTest : public ::testing::Test, protected test::RunFixture {
  protected:
   VerificationRecordTest() { UseLogFolder(dir.MakeDir("log")); }
 
@@ -121,10 +119,6 @@ class VerificationRecordTest : public ::testing::Test {
     return rows.empty() ? Row{} : rows.back();
   }
 
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   std::string log;
 };
 
