@@ -46,7 +46,12 @@ TEST_F(JobRecordTest, StartValuesInTheirFixedOrder) {
 TEST_F(JobRecordTest, OptionalLinesAndTheRobocopyBlock) {
   JobSettings& s = ctx.settings;
   s.CommonLogPath = "/common";
-  s.StartMonth = " 13 ";  // no range test in a job record
+  // No range test in a job record, and each date box its own line.
+  s.StartMonth = " 13 ";
+  s.StartDay = "1";
+  s.StartYear = "2020";
+  s.EndMonth = "2";
+  s.EndDay = "3";
   s.EndYear = "2026";
   s.Robocopy = true;  // both engine boxes on: both lines, in this order
   s.Collision = kCollisionRename;
@@ -57,7 +62,8 @@ TEST_F(JobRecordTest, OptionalLinesAndTheRobocopyBlock) {
   ASSERT_TRUE(WriteJobRecord(ctx));
   std::string r = Record();
   EXPECT_NE(r.find("[JPATH]\t" + dir.path() + "\r\n[COMMONLOG]\t/common\r\n"), std::string::npos);
-  EXPECT_NE(r.find("[ENGINE]\tRC\r\n[ENGINE]\tRV\r\n[BMONTH]\t13\r\n[EYEAR]\t2026\r\n"),
+  EXPECT_NE(r.find("[ENGINE]\tRC\r\n[ENGINE]\tRV\r\n[BMONTH]\t13\r\n[BDAY]\t1\r\n[BYEAR]\t2020\r\n"
+                   "[EMONTH]\t2\r\n[EDAY]\t3\r\n[EYEAR]\t2026\r\n"),
             std::string::npos);
   EXPECT_NE(r.find("[OVERWRITE]\t0\r\n"), std::string::npos);
   EXPECT_NE(r.find("[RENAME]\t1\r\n"), std::string::npos);
