@@ -60,8 +60,7 @@ std::vector<int64_t> Traces(const std::string& path) {
 // Old instants, so that relatime would move the access time on a read, with nanoseconds below
 // the 100 ns a file time keeps, so that a rewrite of what was read would show.
 void SetTimes(const std::string& path) {
-  const struct timespec ts[2] = {{1000000000, 123456789}, {1100000000, 987654321}};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, 0), 0) << path;
+  test::SetTimes(path, {1000000000, 123456789}, {1100000000, 987654321});
 }
 
 bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }

@@ -21,10 +21,7 @@ struct statx Look(const std::string& path) {
   return st;
 }
 
-void SetTimes(const std::string& path, struct timespec atime, struct timespec mtime) {
-  const struct timespec ts[2] = {atime, mtime};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, 0), 0) << path;
-}
+using test::SetTimes;
 
 class TargetPathsTest : public ::testing::Test, protected test::RunFixture {
  protected:

@@ -30,9 +30,7 @@ constexpr int64_t kModified = 1600000000;
 constexpr int64_t kAccessed = 1600086400 + 3723;
 
 void SetTimes(const std::string& path, int64_t atime, int64_t mtime, long atimeNs = 0) {
-  const struct timespec ts[2] = {{static_cast<time_t>(atime), atimeNs},
-                                 {static_cast<time_t>(mtime), 0}};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, 0), 0) << path;
+  test::SetTimes(path, {static_cast<time_t>(atime), atimeNs}, {static_cast<time_t>(mtime), 0});
 }
 
 std::string DateOf(int64_t unixSeconds) {
