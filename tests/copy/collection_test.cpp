@@ -20,14 +20,12 @@
 #include "platform/unicode_text.h"
 #include "run/job_connection.h"
 #include "support/child_process.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
 namespace fs = std::filesystem;
-using test::TempDir;
 
 struct Snapshot {
   mode_t mode = 0;
@@ -50,12 +48,8 @@ void GiveToNobody(const std::string& path) {
   ASSERT_EQ(lchown(path.c_str(), nobody->pw_uid, nobody->pw_gid), 0) << path;
 }
 
-class CollectionTest : public ::testing::Test {
+class CollectionTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   std::string src = dir.MakeDir("evidence");
   std::string target = dir / "target";
   std::string logs = dir / "logs";

@@ -17,10 +17,8 @@
 
 #include "platform/find_data.h"
 #include "platform/times_io.h"
-#include "run/run_context.h"
 #include "support/child_process.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -62,8 +60,7 @@ std::vector<int64_t> Traces(const std::string& path) {
 // Old instants, so that relatime would move the access time on a read, with nanoseconds below
 // the 100 ns a file time keeps, so that a rewrite of what was read would show.
 void SetTimes(const std::string& path) {
-  const struct timespec ts[2] = {{1000000000, 123456789}, {1100000000, 987654321}};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, 0), 0) << path;
+  test::SetTimes(path, {1000000000, 123456789}, {1100000000, 987654321});
 }
 
 bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
@@ -90,12 +87,8 @@ std::string Letters(const std::function<std::vector<bool>(RunContext&)>& copies)
   return out + std::to_string(dialogs.shown.size());
 }
 
-class NativeTransferTest : public ::testing::Test {
+class NativeTransferTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
 };
 
 TEST_F(NativeTransferTest, EachRoutineCopiesBytesAndTimesAndLeavesTheSourceUntouched) {

@@ -15,8 +15,7 @@
 #include "platform/text.h"
 #include "platform/unicode_text.h"
 #include "support/child_process.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -38,12 +37,8 @@ std::vector<std::vector<std::string>> RecordedCalls(const std::string& path) {
   return calls;
 }
 
-class RobocopyEngineTest : public ::testing::Test {
+class RobocopyEngineTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   std::string bin = dir.MakeDir("bin");
   std::string src = dir.MakeDir("with space");
   std::string target = dir / "target";

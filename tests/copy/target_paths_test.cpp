@@ -8,9 +8,7 @@
 #include <ctime>
 #include <filesystem>
 
-#include "run/run_context.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -23,19 +21,12 @@ struct statx Look(const std::string& path) {
   return st;
 }
 
-void SetTimes(const std::string& path, struct timespec atime, struct timespec mtime) {
-  const struct timespec ts[2] = {atime, mtime};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, 0), 0) << path;
-}
+using test::SetTimes;
 
-class TargetPathsTest : public ::testing::Test {
+class TargetPathsTest : public ::testing::Test, protected test::RunFixture {
  protected:
   void TearDown() override { EXPECT_TRUE(dialogs.shown.empty()); }
 
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
 };
 
 TEST_F(TargetPathsTest, TargetFolderForEachLayout) {

@@ -9,15 +9,12 @@
 #include <optional>
 
 #include "platform/errors.h"
-#include "run/run_context.h"
 #include "support/child_process.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
-using test::TempDir;
 
 // A local zone ten hours east of UTC, so that a local day and a UTC day part at 10:00 local:
 // a filter that compared UTC days would fail the midnight and late-evening cases below.
@@ -273,19 +270,14 @@ TEST(WalkedChainTest, EveryStepMustPass) {
 
 // --- A file named directly -----------------------------------------------------------------
 
-class FilterSingleFileTest : public ::testing::Test {
+class FilterSingleFileTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  FilterSingleFileTest() { ctx.paths = ComputeRunPaths(dir.path()); }
   void TearDown() override {
     if (!boxExpected) {
       EXPECT_TRUE(dialogs.shown.empty());
     }
   }
 
-  TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   bool boxExpected = false;
 };
 
@@ -313,9 +305,8 @@ TEST_F(FilterSingleFileTest, PatternsDoNotApplyExtensionsDoAndOnlyFilesPass) {
 TEST_F(FilterSingleFileTest, DatesOfTheRealFile) {
   LocalZone zone;
   const std::string path = dir.WriteFile("a.txt", "x");
-  const struct timespec ts[2] = {{LocalSeconds(2019, 1, 1, 12, 0, 0), 0},
-                                 {LocalSeconds(2021, 3, 12, 23, 59, 30), 0}};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, 0), 0);
+  test::SetTimes(path, {LocalSeconds(2019, 1, 1, 12, 0, 0), 0},
+                 {LocalSeconds(2021, 3, 12, 23, 59, 30), 0});
   ctx.settings.SearchModified = true;
 
   SetDates(ctx.settings, "3", "12", "2021", "3", "12", "2021");

@@ -9,9 +9,7 @@
 #include "jobdb/db_connection.h"
 #include "jobdb/job_database.h"
 #include "run/job_connection.h"
-#include "run/run_context.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -20,10 +18,9 @@ constexpr const char* kHashA = "0cc175b9c0f1b6a831c399e269772661";
 constexpr const char* kHashB = "92eb5ffee6ae2fec3ad71c777531578f";
 constexpr const char* kHashC = "4a8a08f09d37b73795649038408b5f33";
 
-class HashListTest : public ::testing::Test {
+class HashListTest : public ::testing::Test, protected test::RunFixture {
  protected:
   HashListTest() {
-    ctx.paths = ComputeRunPaths(dir.path());
     CreateJobDatabase(ctx, ctx.paths.DatabasePath);
   }
   ~HashListTest() override { DropConnection(ctx); }
@@ -41,10 +38,6 @@ class HashListTest : public ::testing::Test {
     return out;
   }
 
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
 };
 
 TEST_F(HashListTest, TheFirstPathOfAHashIsKeptAsItIsAndReturnedForLaterOnes) {

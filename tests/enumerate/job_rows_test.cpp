@@ -11,19 +11,16 @@
 #include "jobdb/db_connection.h"
 #include "jobdb/job_database.h"
 #include "platform/find_data.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
 namespace fs = std::filesystem;
 
-TEST(JobRows, ARunWithoutCopyingRecordsEveryFileAndFolderExactly) {
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
+class JobRows : public ::testing::Test, protected test::RunFixture {};
+
+TEST_F(JobRows, ARunWithoutCopyingRecordsEveryFileAndFolderExactly) {
   std::string src = dir.MakeDir("case 1");
   dir.WriteFile("case 1/report.DOC", std::string(4096, 'r'));
   dir.WriteFile("case 1/it's,odd", "o");

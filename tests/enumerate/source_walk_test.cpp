@@ -18,17 +18,14 @@
 #include "platform/text.h"
 #include "platform/unicode_text.h"
 #include "run/job_connection.h"
-#include "run/run_context.h"
 #include "support/child_process.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
 namespace fs = std::filesystem;
 using test::ReadBytes;
-using test::TempDir;
 
 struct Row {
   std::string source;
@@ -66,12 +63,8 @@ std::map<std::string, Fingerprint> FingerprintTree(const std::string& root) {
   return out;
 }
 
-class WalkTest : public ::testing::Test {
+class WalkTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   std::string src = dir.MakeDir("src");
   std::string logs = dir.MakeDir("logs");
 
@@ -248,10 +241,8 @@ TEST_F(WalkTest, TheWalkLeavesEverySourceAsItFoundIt) {
   chmod((src + "/ro.txt").c_str(), 0444);
   chmod((src + "/a/b").c_str(), 0555);
   // Times with nanoseconds that a 100 ns clock can't hold, on files and folders.
-  for (const char* p : {"a/x.txt", "a/b/y.bin", "ro.txt", "a/b", "a", ""}) {
-    struct timespec ts[2] = {{1000000000, 123456789}, {1200000000, 987654321}};
-    ASSERT_EQ(utimensat(AT_FDCWD, (src + "/" + p).c_str(), ts, 0), 0);
-  }
+  for (const char* p : {"a/x.txt", "a/b/y.bin", "ro.txt", "a/b", "a", ""})
+    test::SetTimes(src + "/" + p, {1000000000, 123456789}, {1200000000, 987654321});
   auto before = FingerprintTree(src);
   TallySource(src);
   EXPECT_EQ(Files().size(), 3u);

@@ -2,8 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -53,17 +52,7 @@ TEST(ReportText, HashExclusionsAreSubtracted) {
   EXPECT_NE(t.find("Bytes copied: 60 of 0\r\n"), std::string::npos);
 }
 
-class FinishRunReportTest : public ::testing::Test {
- protected:
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
-  void SetUp() override {
-    ctx.settings.LogPath = dir.path();
-    ctx.paths = ComputeRunPaths(dir.path());
-  }
-};
+class FinishRunReportTest : public ::testing::Test, protected test::RunFixture {};
 
 TEST_F(FinishRunReportTest, ErrorInstructionsFollowAReportWithErrors) {
   ctx.counters.ErrorCount = 1;

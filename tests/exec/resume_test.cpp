@@ -6,19 +6,13 @@
 #include "jobdb/job_database.h"
 #include "platform/unicode_text.h"
 #include "run/job_connection.h"
-#include "run/run_context.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
-class ResumeTest : public ::testing::Test {
+class ResumeTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   std::string logs = dir.MakeDir("logs");
 
   void SetUp() override {

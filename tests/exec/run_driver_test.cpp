@@ -11,8 +11,7 @@
 
 #include "platform/text.h"
 #include "platform/unicode_text.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -23,12 +22,8 @@ using test::FakePump;
 using test::ReadBytes;
 using test::TempDir;
 
-class RunDriverTest : public ::testing::Test {
+class RunDriverTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  TempDir dir;
-  FakeDialogs dialogs;
-  FakePump pump;
-  RunContext ctx{dialogs, pump};
   std::string source = dir.MakeDir("source");
   std::string target = dir / "target";
   std::string logs = dir / "logs";

@@ -5,15 +5,11 @@
 
 #include <gtest/gtest.h>
 
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
-using test::FakeDialogs;
-using test::FakePump;
-using test::TempDir;
 
 TEST(Switches, ExactSwitchesAndTheLswValue) {
   StartupFlags f = ParseSwitches({"-q", "-silent", "-as", "-stop"});
@@ -37,12 +33,8 @@ TEST(Switches, ResumeNeedsALswValue) {
   EXPECT_TRUE(ParseSwitches({"-lsw=/j/x.lsw", "-resume"}).resume) << "order does not matter";
 }
 
-class StartupTest : public ::testing::Test {
+class StartupTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  TempDir dir;
-  FakeDialogs dialogs;
-  FakePump pump;
-  RunContext ctx{dialogs, pump};
   std::string program = dir.MakeDir("program");
 
   StartupResult Start(std::vector<std::string> args = {}, std::vector<std::string> env = {},

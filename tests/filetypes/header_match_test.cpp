@@ -9,24 +9,19 @@
 #include <string>
 #include <vector>
 
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
 using namespace std::string_literals;
 
-class HeaderMatchTest : public ::testing::Test {
+class HeaderMatchTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
-  test::TempDir t;
   clsHeaderMatch types{ctx};
 
   bool Load(const std::string& text) {
-    return types.LoadDefinitionFile(t.WriteFile("ft.txt", text));
+    return types.LoadDefinitionFile(dir.WriteFile("ft.txt", text));
   }
   std::vector<std::string> TypeNames() {
     std::vector<std::string> names;
@@ -68,7 +63,7 @@ TEST_F(HeaderMatchTest, TitleAndCommentLinesAreSkippedAndDefinitionsStartAtOne) 
 }
 
 TEST_F(HeaderMatchTest, ADamagedFileEndsTheLoadWithAMessageAndKeepsWhatWasRead) {
-  EXPECT_FALSE(types.LoadDefinitionFile(t / "missing.txt"));
+  EXPECT_FALSE(types.LoadDefinitionFile(dir / "missing.txt"));
   ASSERT_EQ(dialogs.shown.size(), 1u);
   EXPECT_EQ(dialogs.shown[0].text,
             "Could not load file types definitions.\r\n2 : No such file or directory");
@@ -97,9 +92,9 @@ TEST_F(HeaderMatchTest, AnInvalidPatternIsNamedAndItsTypeKeptForItsExtensions) {
       << dialogs.shown[0].text;
   EXPECT_EQ(TypeNames(), (std::vector<std::string>{"Broken", "Good"}));
   types.MarkFromTypeString("[a]");
-  EXPECT_TRUE(types.CheckFile(t.WriteFile("x.brk", "(unclosed")));
+  EXPECT_TRUE(types.CheckFile(dir.WriteFile("x.brk", "(unclosed")));
   EXPECT_FALSE(types.HeaderMatch());
-  EXPECT_TRUE(types.CheckFile(t.WriteFile("y.dat", "GOOD")));
+  EXPECT_TRUE(types.CheckFile(dir.WriteFile("y.dat", "GOOD")));
   EXPECT_EQ(types.ExtensionExpected(), "gd");
 }
 
@@ -183,7 +178,7 @@ TEST_F(ShippedDefinitionsTest, RealHeadersAreKnownWhateverTheFileIsCalled) {
   };
   for (const Sample& s : samples) {
     SCOPED_TRACE(s.name);
-    EXPECT_TRUE(types.CheckFile(t.WriteFile(s.name, s.bytes)));
+    EXPECT_TRUE(types.CheckFile(dir.WriteFile(s.name, s.bytes)));
     EXPECT_TRUE(types.HeaderMatch());
     EXPECT_EQ(types.ExtensionMatch(), s.extensionMatch);
     EXPECT_EQ(types.ExtensionExpected(), s.expected);
@@ -193,7 +188,7 @@ TEST_F(ShippedDefinitionsTest, RealHeadersAreKnownWhateverTheFileIsCalled) {
 }
 
 TEST_F(ShippedDefinitionsTest, OnlyMarkedTypesCountAndTheFirstInTableOrderNamesTheExtensions) {
-  const std::string zip = t.WriteFile("bundle.zip", "PK\x03\x04\x14\0\0\0\x08\0"s);
+  const std::string zip = dir.WriteFile("bundle.zip", "PK\x03\x04\x14\0\0\0\x08\0"s);
   EXPECT_FALSE(types.CheckFile(zip));
   EXPECT_EQ(types.ExtensionActual(), "zip");
   types.MarkFromTypeString("[Archives]");
@@ -205,9 +200,9 @@ TEST_F(ShippedDefinitionsTest, OnlyMarkedTypesCountAndTheFirstInTableOrderNamesT
   EXPECT_TRUE(types.CheckFile(zip));
   EXPECT_NE(types.ExtensionExpected().find("docx"), std::string::npos);
   // A file shorter than a pattern's offset is not matched by it; a missing one by none.
-  EXPECT_TRUE(types.CheckFile(t.WriteFile("short.tar", std::string(200, 'u'))));
+  EXPECT_TRUE(types.CheckFile(dir.WriteFile("short.tar", std::string(200, 'u'))));
   EXPECT_FALSE(types.HeaderMatch());
-  EXPECT_FALSE(types.CheckFile(t / "gone.bin"));
+  EXPECT_FALSE(types.CheckFile(dir / "gone.bin"));
   EXPECT_TRUE(dialogs.shown.empty());
   // A file that opens but can't be read says so (the start of this process's memory is never
   // mapped, so reading it fails).
@@ -219,7 +214,7 @@ TEST_F(ShippedDefinitionsTest, OnlyMarkedTypesCountAndTheFirstInTableOrderNamesT
 
 TEST_F(ShippedDefinitionsTest, CheckingAFileLeavesItsTimesAsTheyWere) {
   MarkAll();
-  const std::string file = t.WriteFile("photo.png", "\x89PNG\r\n\x1A\n"s + std::string(4000, 'x'));
+  const std::string file = dir.WriteFile("photo.png", "\x89PNG\r\n\x1A\n"s + std::string(4000, 'x'));
   // An access time older than the modification time: any read would move it.
   const struct timespec old[2] = {{1000000000, 123456789}, {1100000000, 987654321}};
   ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), old, 0), 0);

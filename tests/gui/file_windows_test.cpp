@@ -19,8 +19,7 @@
 #include "main_window.h"
 #include "options_dialog.h"
 #include "progress_window.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 #include "window_registry.h"
 
 namespace qr::gui {
@@ -33,20 +32,16 @@ W* Child(QWidget* parent, const char* name) {
   return w;
 }
 
-class FileWindowsTest : public ::testing::Test {
+class FileWindowsTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
-  test::TempDir t;
   WindowRegistry windows;
 };
 
 TEST_F(FileWindowsTest, FilesPickedInTheFinderReachTheMainWindowsSourceList) {
-  t.WriteFile("case/b.txt", "b");
-  t.WriteFile("case/a.txt", "a");
-  t.WriteFile("case/c.txt", "c");
-  t.MakeDir("case/inner");
+  dir.WriteFile("case/b.txt", "b");
+  dir.WriteFile("case/a.txt", "a");
+  dir.WriteFile("case/c.txt", "c");
+  dir.MakeDir("case/inner");
   MainWindow window(ctx, windows);
   window.findChild<QAction*>("tbAddFiles")->trigger();
   FileFinder* finder = window.fileFinder();
@@ -55,7 +50,7 @@ TEST_F(FileWindowsTest, FilesPickedInTheFinderReachTheMainWindowsSourceList) {
   EXPECT_EQ(Child<QPushButton>(finder, "CancelButton")->text(), "Finished");
 
   auto* folder = Child<QLineEdit>(finder, "txtSourceFolder");
-  QTest::keyClicks(folder, QString::fromStdString(t / "case"));
+  QTest::keyClicks(folder, QString::fromStdString(dir / "case"));
   auto* files = Child<QListWidget>(finder, "lstFiles");
   ASSERT_EQ(files->count(), 3);
   files->item(2)->setSelected(true);
@@ -66,7 +61,7 @@ TEST_F(FileWindowsTest, FilesPickedInTheFinderReachTheMainWindowsSourceList) {
   EXPECT_EQ(current->text(0), "case");
 
   Child<QPushButton>(finder, "OKButton")->click();
-  EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{t / "case/a.txt", t / "case/c.txt"}));
+  EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{dir / "case/a.txt", dir / "case/c.txt"}));
   EXPECT_EQ(window.findChild<QListWidget*>("lstSources")->count(), 2);
   EXPECT_TRUE(finder->isVisible());
   EXPECT_EQ(files->selectedItems().size(), 2);
@@ -76,8 +71,8 @@ TEST_F(FileWindowsTest, FilesPickedInTheFinderReachTheMainWindowsSourceList) {
 }
 
 TEST_F(FileWindowsTest, ThePickersButtonsWriteTermsIntoTheGivenField) {
-  ctx.program.app.programFolder = t.path() + "/";
-  t.WriteFile("_filetypes/filetypes.txt",
+  ctx.program.app.programFolder = dir.path() + "/";
+  dir.WriteFile("_filetypes/filetypes.txt",
               "Images\tPNG Image\tpng\t^\\x89PNG\t0\n"
               "Documents\tPDF Document\tpdf\t^%PDF-\t0\n");
   QLineEdit txtExt("doc");

@@ -10,31 +10,21 @@
 #include "jobdb/db_connection.h"
 #include "platform/errors.h"
 #include "run/job_connection.h"
-#include "run/run_context.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
 namespace fs = std::filesystem;
-using test::FakeDialogs;
-using test::FakePump;
 using test::ReadBytes;
-using test::TempDir;
 
 const std::string kBufferDashes(59, '-');
 
-class JobDatabaseTest : public ::testing::Test {
+class JobDatabaseTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  TempDir dir;
-  FakeDialogs dialogs;
-  FakePump pump;
-  RunContext ctx{dialogs, pump};
   std::string db;
 
   void SetUp() override {
-    ctx.paths = ComputeRunPaths(dir.path());
     db = ctx.paths.DatabasePath;
     // Flat layout: every target is the target root plus the name, whatever the source.
     ctx.settings.TargetPath = dir / "target";

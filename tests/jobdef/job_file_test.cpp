@@ -2,23 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include "run/run_context.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
-class JobRecordTest : public ::testing::Test {
+class JobRecordTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   void SetUp() override {
     ctx.program.versionText = "2.2.0";
     ctx.program.app.programFolder = "/opt/qr/";
-    ctx.settings.LogPath = dir.path();
     ctx.settings.TargetPath = "/target";
   }
   std::string Record() const { return test::ReadBytes(dir / "_jobfile.rvj"); }
@@ -53,7 +46,12 @@ TEST_F(JobRecordTest, StartValuesInTheirFixedOrder) {
 TEST_F(JobRecordTest, OptionalLinesAndTheRobocopyBlock) {
   JobSettings& s = ctx.settings;
   s.CommonLogPath = "/common";
-  s.StartMonth = " 13 ";  // no range test in a job record
+  // No range test in a job record, and each date box its own line.
+  s.StartMonth = " 13 ";
+  s.StartDay = "1";
+  s.StartYear = "2020";
+  s.EndMonth = "2";
+  s.EndDay = "3";
   s.EndYear = "2026";
   s.Robocopy = true;  // both engine boxes on: both lines, in this order
   s.Collision = kCollisionRename;
@@ -64,7 +62,8 @@ TEST_F(JobRecordTest, OptionalLinesAndTheRobocopyBlock) {
   ASSERT_TRUE(WriteJobRecord(ctx));
   std::string r = Record();
   EXPECT_NE(r.find("[JPATH]\t" + dir.path() + "\r\n[COMMONLOG]\t/common\r\n"), std::string::npos);
-  EXPECT_NE(r.find("[ENGINE]\tRC\r\n[ENGINE]\tRV\r\n[BMONTH]\t13\r\n[EYEAR]\t2026\r\n"),
+  EXPECT_NE(r.find("[ENGINE]\tRC\r\n[ENGINE]\tRV\r\n[BMONTH]\t13\r\n[BDAY]\t1\r\n[BYEAR]\t2020\r\n"
+                   "[EMONTH]\t2\r\n[EDAY]\t3\r\n[EYEAR]\t2026\r\n"),
             std::string::npos);
   EXPECT_NE(r.find("[OVERWRITE]\t0\r\n"), std::string::npos);
   EXPECT_NE(r.find("[RENAME]\t1\r\n"), std::string::npos);

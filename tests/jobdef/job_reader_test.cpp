@@ -7,9 +7,7 @@
 #include "jobdef/job_file.h"
 #include "platform/errors.h"
 #include "platform/machine.h"
-#include "run/run_context.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -32,12 +30,8 @@ int ErrorNumberOf(Read read) {
   return 0;
 }
 
-class ReadRVFileTest : public ::testing::Test {
+class ReadRVFileTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   void SetUp() override { ctx.program.app.programFolder = dir.path() + "/"; }
   std::string Job(std::string_view body) const { return dir.WriteFile("job.lsw", body); }
   void Read(std::string_view body) { ReadRVFile(ctx, Job(body)); }

@@ -8,10 +8,8 @@
 
 #include "exec/startup.h"
 #include "platform/errors.h"
-#include "run/run_context.h"
 #include "support/child_process.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -116,12 +114,8 @@ TEST_F(IniFileTest, AReadOnlyFileBecomesWritable) {
   EXPECT_EQ(Bytes(), "[s]\r\nk=2\r\n");
 }
 
-class SettingsFilesTest : public ::testing::Test {
+class SettingsFilesTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   RunContext back{dialogs, pump};  // a fresh program reading what ctx wrote
   void SetUp() override {
     ctx.program.app.appPath = dir.path();
@@ -297,12 +291,8 @@ TEST_F(SettingsFilesTest, LocalSettingsAndGeometryAtClose) {
 }
 
 // Start-up's order: robocopy_settings.ini, then the boxes forced on, then defaults.ini over all.
-class StartupOrderTest : public ::testing::Test {
+class StartupOrderTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   std::string program = dir.MakeDir("program");
 
   // The next start, in the same process, goes without the instance lock that this one holds.

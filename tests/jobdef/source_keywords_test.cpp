@@ -12,10 +12,8 @@
 #include "platform/drives.h"
 #include "platform/machine.h"
 #include "platform/text.h"
-#include "run/run_context.h"
 #include "support/child_process.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -67,12 +65,8 @@ TEST(DrivesTest, TheMountTableGivesDrivesWithTheirKinds) {
   EXPECT_EQ(asked, (std::vector<std::string>{"254:0", "8:0", "8:17", "8:33"}));
 }
 
-class SourceKeywordsTest : public ::testing::Test {
+class SourceKeywordsTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
 
   void Add(std::string p) { AddSource(ctx, p); }
   const Sources& List() const { return ctx.settings.Sources; }

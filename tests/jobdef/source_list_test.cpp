@@ -2,21 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include "run/run_context.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
 using Sources = std::vector<std::string>;
 
-class AddSourceTest : public ::testing::Test {
+class AddSourceTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   std::string a = dir.MakeDir("a");
   std::string ab = dir.MakeDir("a/b");
   std::string file = dir.WriteFile("a/f.txt", "x");

@@ -7,13 +7,13 @@
 #include <unistd.h>
 
 #include "platform/times_io.h"
-#include "run/run_context.h"
 #include "support/child_process.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
+
+using test::SetTimes;
 
 // Instants with nanoseconds below the 100 ns a file time keeps: rewriting them would cut the
 // last two digits, which is how a needless write shows.
@@ -37,17 +37,8 @@ FileTime Ticks(struct timespec t) {
   return FileTimeFromUnix(t.tv_sec, static_cast<uint32_t>(t.tv_nsec));
 }
 
-class FileTimesTest : public ::testing::Test {
+class FileTimesTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  void SetTimes(const std::string& path, struct timespec atime, struct timespec mtime) {
-    const struct timespec ts[2] = {atime, mtime};
-    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, 0), 0) << path;
-  }
-
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
 };
 
 TEST_F(FileTimesTest, WritingBackWhatWasReadLeavesFilesAndFoldersBitIdentical) {

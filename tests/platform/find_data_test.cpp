@@ -27,9 +27,9 @@ constexpr FileTime kWriteTicks = 126444736009876543ULL;
 constexpr struct timespec kLinkWrite = {1100000000, 5};
 constexpr FileTime kLinkWriteTicks = 127444736000000000ULL;
 
+// The link's own times where the path is a link.
 void SetTimes(const std::string& path, struct timespec atime, struct timespec mtime) {
-  const struct timespec ts[2] = {atime, mtime};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, AT_SYMLINK_NOFOLLOW), 0) << path;
+  test::SetTimes(path, atime, mtime, /*followLinks=*/false);
 }
 
 std::map<std::string, FindData> ListAll(const std::string& folder) {

@@ -4,6 +4,8 @@
 #include "platform/unicode_text.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <openssl/evp.h>
 #include <unistd.h>
 
@@ -93,6 +95,13 @@ std::string Md5Of(const std::string& bytes) {
     out += kHex[md[i] & 15];
   }
   return out;
+}
+
+void SetTimes(const std::string& path, struct timespec accessed, struct timespec modified,
+              bool followLinks) {
+  const struct timespec ts[2] = {accessed, modified};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, followLinks ? 0 : AT_SYMLINK_NOFOLLOW), 0)
+      << path;
 }
 
 bool CanDropPrivileges() { return geteuid() == 0 && std::system("command -v setpriv >/dev/null") == 0; }

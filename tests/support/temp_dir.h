@@ -1,5 +1,6 @@
 #pragma once
 // A fresh temporary folder per test, removed with everything in it afterwards.
+#include <ctime>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,6 +36,10 @@ std::string Utf16FileText(const std::string& path);
 std::vector<std::string> Utf16FileLines(const std::string& path);
 // The MD5 of bytes in memory, lower-case hex, through OpenSSL's one-shot call.
 std::string Md5Of(const std::string& bytes);
+// Sets a path's access and modification times, of the link itself when followLinks is false;
+// fails the running test when it can't.
+void SetTimes(const std::string& path, struct timespec accessed, struct timespec modified,
+              bool followLinks = true);
 // Tests run as root, which reads everything: a test of a denied permission runs its case as
 // user nobody (setpriv), and needs both to be possible.
 bool CanDropPrivileges();

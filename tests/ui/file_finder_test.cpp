@@ -11,18 +11,13 @@
 #include <vector>
 
 #include "support/child_process.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
-class FileFinderTest : public ::testing::Test {
+class FileFinderTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
-  test::TempDir t;
   FileFinderForm f;
 };
 
@@ -41,19 +36,18 @@ Stamps StampsOf(const std::string& path) {
 }
 
 TEST_F(FileFinderTest, ListingAndPickingLeaveEveryTimeAsItWas) {
-  const std::string src = t.MakeDir("src");
+  const std::string src = dir.MakeDir("src");
   std::vector<std::string> all = {src,
-                                  t.WriteFile("src/b.txt", "b"),
-                                  t.WriteFile("src/a.txt", "a"),
-                                  t.MakeDir("src/sub"),
-                                  t.WriteFile("src/sub/c.txt", "c"),
-                                  t.MakeDir("src/sub/deeper")};
+                                  dir.WriteFile("src/b.txt", "b"),
+                                  dir.WriteFile("src/a.txt", "a"),
+                                  dir.MakeDir("src/sub"),
+                                  dir.WriteFile("src/sub/c.txt", "c"),
+                                  dir.MakeDir("src/sub/deeper")};
   // Access times older than the modification times: any read or listing would move them.
   std::map<std::string, Stamps> before;
   long n = 0;
   for (const std::string& p : all) {
-    const struct timespec old[2] = {{1000000000 + n, 111 * n}, {1200000000 + n, 222 * n}};
-    ASSERT_EQ(utimensat(AT_FDCWD, p.c_str(), old, 0), 0);
+    test::SetTimes(p, {1000000000 + n, 111 * n}, {1200000000 + n, 222 * n});
     before[p] = StampsOf(p);
     ++n;
   }
@@ -76,13 +70,13 @@ TEST_F(FileFinderTest, ListingAndPickingLeaveEveryTimeAsItWas) {
 
 TEST_F(FileFinderTest, LoadOpensTheTreeOnTheDriveThatHoldsTheStartFolder) {
   f.lstFiles = {"stale"};
-  frmFileFind_Load(f, t.path());
+  frmFileFind_Load(f, dir.path());
   ASSERT_GE(f.dDrivesIndex, 0);
   const std::string drive = f.dDrives[static_cast<size_t>(f.dDrivesIndex)];
   EXPECT_EQ(f.dDirs, drive);
   // The nearest mount point above the folder: no other drive holds it more closely.
   auto holds = [&](const std::string& d) {
-    return (t.path() + "/").rfind(d == "/" ? d : d + "/", 0) == 0;
+    return (dir.path() + "/").rfind(d == "/" ? d : d + "/", 0) == 0;
   };
   EXPECT_TRUE(holds(drive));
   for (const std::string& d : f.dDrives) EXPECT_FALSE(holds(d) && d.size() > drive.size()) << d;
@@ -90,10 +84,10 @@ TEST_F(FileFinderTest, LoadOpensTheTreeOnTheDriveThatHoldsTheStartFolder) {
 }
 
 TEST_F(FileFinderTest, OkAddsTheSelectionInListOrderAndKeepsIt) {
-  t.WriteFile("d/one", "1");
-  t.WriteFile("d/two", "2");
-  t.WriteFile("d/three", "3");
-  dialogs.picks = {t / "d", ""};
+  dir.WriteFile("d/one", "1");
+  dir.WriteFile("d/two", "2");
+  dir.WriteFile("d/three", "3");
+  dialogs.picks = {dir / "d", ""};
   cmdSourceBrowse_Click(ctx, f);
   cmdSourceBrowse_Click(ctx, f);  // nothing chosen: the folder stays
   EXPECT_EQ(dialogs.pickerTitles,
@@ -102,7 +96,7 @@ TEST_F(FileFinderTest, OkAddsTheSelectionInListOrderAndKeepsIt) {
   f.lstFilesSelected = {2, 0};
   std::vector<std::string> added;
   OKButton_Click(f, [&](const std::string& p) { added.push_back(p); });
-  EXPECT_EQ(added, (std::vector<std::string>{t / "d/one", t / "d/two"}));
+  EXPECT_EQ(added, (std::vector<std::string>{dir / "d/one", dir / "d/two"}));
   EXPECT_EQ(f.lstFilesSelected, (std::vector<int>{2, 0}));
   f.visible = true;
   CancelButton_Click(f);
@@ -110,31 +104,31 @@ TEST_F(FileFinderTest, OkAddsTheSelectionInListOrderAndKeepsIt) {
 }
 
 TEST_F(FileFinderTest, AFolderThatCannotBeListedLeavesTheListEmpty) {
-  t.WriteFile("d/one", "1");
-  txtSourceFolder_Change(ctx, f, t / "d");
+  dir.WriteFile("d/one", "1");
+  txtSourceFolder_Change(ctx, f, dir / "d");
   ASSERT_EQ(f.lstFiles.size(), 1u);
-  txtSourceFolder_Change(ctx, f, t / "d/on");  // typed half way: no such folder
+  txtSourceFolder_Change(ctx, f, dir / "d/on");  // typed half way: no such folder
   EXPECT_TRUE(f.lstFiles.empty());
   txtSourceFolder_Change(ctx, f, "");
   EXPECT_TRUE(f.lstFiles.empty());
   EXPECT_TRUE(dialogs.shown.empty());
 
   // A drive that is gone says why, and the last good one stays chosen.
-  f.dDrives = {t / "unplugged", t.path()};
+  f.dDrives = {dir / "unplugged", dir.path()};
   dDrives_Change(ctx, f, 1);
   dDrives_Change(ctx, f, 0);
   EXPECT_EQ(f.dDrivesIndex, 1);
-  EXPECT_EQ(f.dDirs, t.path());
-  EXPECT_EQ(f.txtSourceFolder, t.path());
+  EXPECT_EQ(f.dDirs, dir.path());
+  EXPECT_EQ(f.txtSourceFolder, dir.path());
   ASSERT_EQ(dialogs.shown.size(), 1u);
   EXPECT_EQ(dialogs.shown[0].text, "2 : No such file or directory");
 }
 
 TEST_F(FileFinderTest, ADeniedFolderSaysSo) {
   if (!test::CanBecomeNobody()) GTEST_SKIP() << "needs root to run the case as user nobody";
-  ASSERT_EQ(chmod(t.path().c_str(), 0755), 0);
-  const std::string denied = t.MakeDir("denied");
-  t.WriteFile("denied/secret.txt", "x");
+  ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);
+  const std::string denied = dir.MakeDir("denied");
+  dir.WriteFile("denied/secret.txt", "x");
   ASSERT_EQ(chmod(denied.c_str(), 0700), 0);
   const auto outcome = test::RunInChild([&](std::string& out) {
     if (!test::BecomeNobody()) return test::kChildCannotSetUp;

@@ -7,8 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -22,25 +21,21 @@ TEST(FileTypeTerms, CommaRulesNeverLeadOrDoubleAComma) {
   EXPECT_EQ(AppendTerm(AppendTerm("", "[A]"), "[A]"), "[A],[A]");
 }
 
-class FileTypePickerTest : public ::testing::Test {
+class FileTypePickerTest : public ::testing::Test, protected test::RunFixture {
  protected:
   FileTypePickerTest() {
-    ctx.program.app.programFolder = t.path() + "/";
-    t.WriteFile("_filetypes/filetypes.txt",
+    ctx.program.app.programFolder = dir.path() + "/";
+    dir.WriteFile("_filetypes/filetypes.txt",
                 "Category\tType\tExtensions\tHeader\tOffset\n"
                 "Images\tPNG Image\tpng\t^\\x89PNG\t0\n"
                 "Documents\tPDF Document\tpdf\t^%PDF-\t0\n"
                 "Images\tGIF Image\tgif\t^GIF8\t0\n");
   }
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
-  test::TempDir t;
   FileTypePickerForm f;
 };
 
 TEST_F(FileTypePickerTest, LoadShowsTheCategoriesAndTheFirstOnesTypes) {
-  EXPECT_EQ(DefinitionFilePath(t.path()), t.path() + "/_filetypes/filetypes.txt");
+  EXPECT_EQ(DefinitionFilePath(dir.path()), dir.path() + "/_filetypes/filetypes.txt");
   frmFileDefs_Load(ctx, f);
   EXPECT_EQ(f.listFileCats, (std::vector<std::string>{"Images", "Documents"}));
   EXPECT_EQ(f.listFileCatsIndex, 0);
@@ -68,7 +63,7 @@ TEST_F(FileTypePickerTest, EachAddWritesItsTermAndNothingSelectedAddsNothing) {
 }
 
 TEST_F(FileTypePickerTest, AMissingDefinitionFileSaysSoAndLeavesTheListsEmpty) {
-  ctx.program.app.programFolder = t / "elsewhere/";
+  ctx.program.app.programFolder = dir / "elsewhere/";
   frmFileDefs_Load(ctx, f);
   EXPECT_TRUE(f.listFileCats.empty());
   EXPECT_TRUE(f.listFileDefs.empty());

@@ -9,23 +9,18 @@
 #include "jobdef/settings_files.h"
 #include "platform/dates.h"
 #include "platform/machine.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
 namespace fs = std::filesystem;
 
-class JobManagerTest : public ::testing::Test {
+class JobManagerTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   JobManagerForm f;
-  test::TempDir t;
-  void SetUp() override { ctx.program.app.programFolder = t.MakeDir("program") + "/"; }
-  std::string Drive() const { return ProgramDrive(t / "program"); }
+  void SetUp() override { ctx.program.app.programFolder = dir.MakeDir("program") + "/"; }
+  std::string Drive() const { return ProgramDrive(dir / "program"); }
 };
 
 TEST_F(JobManagerTest, SaveNeedsANameAndAsksForAFileUnlessAJobWasLoaded) {
@@ -38,33 +33,33 @@ TEST_F(JobManagerTest, SaveNeedsANameAndAsksForAFileUnlessAJobWasLoaded) {
   EXPECT_TRUE(dialogs.pickerTitles.empty());
 
   f.job.OrderName = "Audit";
-  dialogs.picks = {t / "a", t / "b.LSW", ""};
+  dialogs.picks = {dir / "a", dir / "b.LSW", ""};
   cmdSave_Click(ctx, f);  // ".lsw" added
   cmdSave_Click(ctx, f);  // the name chosen is not remembered: asks again; ".LSW" kept
   cmdSave_Click(ctx, f);  // closed without a name: nothing is written
   EXPECT_EQ(dialogs.pickerTitles, std::vector<std::string>(3, "Save Lantern Sweep file"));
   EXPECT_EQ(dialogs.pickerDetails[0].filter, "Lantern Sweep files (*.lsw)|*.lsw");
-  EXPECT_EQ(dialogs.pickerDetails[0].startFolder, t / "program/_lsw");
-  EXPECT_TRUE(fs::exists(t / "a.lsw"));
-  EXPECT_TRUE(fs::exists(t / "b.LSW"));
-  EXPECT_FALSE(fs::exists(t / "b.LSW.lsw"));
+  EXPECT_EQ(dialogs.pickerDetails[0].startFolder, dir / "program/_lsw");
+  EXPECT_TRUE(fs::exists(dir / "a.lsw"));
+  EXPECT_TRUE(fs::exists(dir / "b.LSW"));
+  EXPECT_FALSE(fs::exists(dir / "b.LSW.lsw"));
   EXPECT_FALSE(fs::exists(".lsw"));
 
   // A loaded .lsw is saved in place; Save As always asks.
-  ASSERT_TRUE(OpenJobFile(ctx, f, t / "a.lsw"));
+  ASSERT_TRUE(OpenJobFile(ctx, f, dir / "a.lsw"));
   f.job.Instructions = "changed";
   cmdSave_Click(ctx, f);
   EXPECT_EQ(dialogs.pickerTitles.size(), 3u);
-  EXPECT_NE(test::ReadBytes(t / "a.lsw").find("[JINSTRUCT]\tchanged\r\n"), std::string::npos);
-  dialogs.picks = {t / "c"};
+  EXPECT_NE(test::ReadBytes(dir / "a.lsw").find("[JINSTRUCT]\tchanged\r\n"), std::string::npos);
+  dialogs.picks = {dir / "c"};
   cmdSaveAs_Click(ctx, f);
   EXPECT_EQ(dialogs.pickerTitles.back(), "Save As Lantern Sweep file");
-  EXPECT_TRUE(fs::exists(t / "c.lsw"));
-  EXPECT_EQ(f.JobFilePath, t / "a.lsw");
+  EXPECT_TRUE(fs::exists(dir / "c.lsw"));
+  EXPECT_EQ(f.JobFilePath, dir / "a.lsw");
 }
 
 TEST_F(JobManagerTest, LoadTakesAJobAndAJobRecordIsNeverSavedInPlace) {
-  const std::string rvj = t.WriteFile("_jobfile.rvj", "[TARGET]\t/t\r\n[SRC]\t[RVDrive]/x\r\n");
+  const std::string rvj = dir.WriteFile("_jobfile.rvj", "[TARGET]\t/t\r\n[SRC]\t[RVDrive]/x\r\n");
   dialogs.picks = {rvj};
   cmdLoad_Click(ctx, f);
   EXPECT_EQ(dialogs.pickerTitles.back(), "Open a Lantern Sweep or Ravelin Job file");
@@ -77,7 +72,7 @@ TEST_F(JobManagerTest, LoadTakesAJobAndAJobRecordIsNeverSavedInPlace) {
   EXPECT_TRUE(f.JobFilePath.empty());
 
   f.job.OrderName = "From a record";
-  dialogs.picks = {t / "new"};
+  dialogs.picks = {dir / "new"};
   cmdSave_Click(ctx, f);
   EXPECT_EQ(dialogs.pickerTitles.back(), "Save Lantern Sweep file");
   EXPECT_EQ(test::ReadBytes(rvj), "[TARGET]\t/t\r\n[SRC]\t[RVDrive]/x\r\n");
@@ -86,13 +81,13 @@ TEST_F(JobManagerTest, LoadTakesAJobAndAJobRecordIsNeverSavedInPlace) {
 TEST_F(JobManagerTest, ADamagedJobFileIsRefusedAndChangesNothing) {
   f.job.OrderName = "Kept";
   f.job.Sources = {"/kept"};
-  f.JobFilePath = t / "kept.lsw";
+  f.JobFilePath = dir / "kept.lsw";
   ctx.settings.ExclusionPatterns = {"*.tmp"};
   const std::vector<std::string> bad = {
-      t.WriteFile("binary.lsw", std::string("[JNAME]\tx\r\n\0\x01\x02", 14)),
-      t.WriteFile("number.lsw", "[JNAME]\tx\r\n[SRC]\t/y\r\n[LOG]\tyes\r\n"),
-      t.WriteFile("prose.lsw", "just some words\r\nno tags here\r\n"),
-      t / "missing.lsw",
+      dir.WriteFile("binary.lsw", std::string("[JNAME]\tx\r\n\0\x01\x02", 14)),
+      dir.WriteFile("number.lsw", "[JNAME]\tx\r\n[SRC]\t/y\r\n[LOG]\tyes\r\n"),
+      dir.WriteFile("prose.lsw", "just some words\r\nno tags here\r\n"),
+      dir / "missing.lsw",
   };
   for (const std::string& path : bad) {
     SCOPED_TRACE(path);
@@ -103,7 +98,7 @@ TEST_F(JobManagerTest, ADamagedJobFileIsRefusedAndChangesNothing) {
               0u);
     EXPECT_EQ(f.job.OrderName, "Kept");
     EXPECT_EQ(f.job.Sources, std::vector<std::string>{"/kept"});
-    EXPECT_EQ(f.JobFilePath, t / "kept.lsw");
+    EXPECT_EQ(f.JobFilePath, dir / "kept.lsw");
     EXPECT_EQ(ctx.settings.ExclusionPatterns, std::vector<std::string>{"*.tmp"});
   }
 }
@@ -123,7 +118,7 @@ TEST_F(JobManagerTest, ClearFormLeavesEmptyPathsAndKeepsTheComputerName) {
 }
 
 TEST_F(JobManagerTest, RunHandsTheFieldsOverWithTheVariablesReplacedInTheirOrder) {
-  const std::string source = t.MakeDir("src");
+  const std::string source = dir.MakeDir("src");
   ctx.settings.Sources = {"/left/over"};
   ctx.settings.SearchModified = true;
   f.job.OrderName = "[CName]";  // replaced after [JobName], so the computer's name comes in
@@ -166,7 +161,7 @@ TEST_F(JobManagerTest, RunHandsTheFieldsOverWithTheVariablesReplacedInTheirOrder
   ctx.view.runControlsEnabled = false;
   f.job.Sources = {};
   cmdRun_Click(ctx, f, [&] { ++runs; });
-  EXPECT_FALSE(OpenJobFile(ctx, f, t.WriteFile("j.lsw", "[JNAME]\tJ\r\n[SRC]\t/j\r\n")));
+  EXPECT_FALSE(OpenJobFile(ctx, f, dir.WriteFile("j.lsw", "[JNAME]\tJ\r\n[SRC]\t/j\r\n")));
   EXPECT_EQ(runs, 1);
   EXPECT_EQ(ctx.settings.Sources.size(), 2u);
   EXPECT_EQ(f.job.OrderName, "[CName]");
@@ -275,7 +270,7 @@ TEST(AutorunFileText, FourLinesWithTheProgramPathQuotedWhenItHoldsABlank) {
 }
 
 TEST_F(JobManagerTest, AutorunAsksTwiceWritesTheRootAndSaysWhenItCannot) {
-  const std::string drive = t.MakeDir("usb");
+  const std::string drive = dir.MakeDir("usb");
   ctx.program.app.programFolder = drive + "/tools/";
   const std::string inf = drive + "/AUTORUN.INF";
 
@@ -289,7 +284,7 @@ TEST_F(JobManagerTest, AutorunAsksTwiceWritesTheRootAndSaysWhenItCannot) {
   EXPECT_EQ(dialogs.shown[2].title, "Include Autostart");
   EXPECT_EQ(dialogs.shown[2].buttons, Buttons::YesNoCancel);
 
-  t.WriteFile("usb/AUTORUN.INF", "an older one, longer than the new one will be .......... "
+  dir.WriteFile("usb/AUTORUN.INF", "an older one, longer than the new one will be .......... "
                                  ".........................................................");
   dialogs.answers = {Answer::Yes, Answer::No};
   mnuAutorun_Click(ctx, drive);
@@ -297,23 +292,23 @@ TEST_F(JobManagerTest, AutorunAsksTwiceWritesTheRootAndSaysWhenItCannot) {
 
   dialogs.shown.clear();
   dialogs.answers = {Answer::Yes, Answer::Yes};
-  mnuAutorun_Click(ctx, t / "not-mounted");
+  mnuAutorun_Click(ctx, dir / "not-mounted");
   ASSERT_EQ(dialogs.shown.size(), 3u);
-  EXPECT_EQ(dialogs.shown[2].text.rfind("The autorun file " + t / "not-mounted/AUTORUN.INF" +
+  EXPECT_EQ(dialogs.shown[2].text.rfind("The autorun file " + dir / "not-mounted/AUTORUN.INF" +
                                             " could not be written: No such file or directory",
                                         0),
             0u);
 }
 
 TEST_F(JobManagerTest, HashListFolderIsKeptInLocalIniAtOnce) {
-  ctx.program.app.localIniPath = t / "program/local.ini";
-  ctx.program.app.hashListFolder = t / "program/_hashlist/";
+  ctx.program.app.localIniPath = dir / "program/local.ini";
+  ctx.program.app.hashListFolder = dir / "program/_hashlist/";
   dialogs.picks = {""};
   mnuHashPath_Click(ctx);
   EXPECT_TRUE(dialogs.shown.empty());
-  EXPECT_EQ(dialogs.pickerDetails[0].startFolder, t / "program/_hashlist/");
+  EXPECT_EQ(dialogs.pickerDetails[0].startFolder, dir / "program/_hashlist/");
 
-  const std::string chosen = t.MakeDir("hashes");
+  const std::string chosen = dir.MakeDir("hashes");
   dialogs.picks = {chosen};
   mnuHashPath_Click(ctx);
   EXPECT_EQ(ctx.program.app.hashListFolder, chosen + "/");

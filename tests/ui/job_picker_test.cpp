@@ -93,8 +93,7 @@ TEST(ScanJobs, ReadsRegularLswFilesOfTheJobFolderOnlyAndLeavesNoTrace) {
   // Old access times first: relatime moves only a time older than the modification.
   const std::vector<std::string> watched = {t / "prog/_lsw", t / "prog/_lsw/a.lsw",
                                             t / "prog/_lsw/b.lsw", t / "prog/_lsw/c.LSW"};
-  const struct timespec times[2] = {{1000000, 0}, {2000000000, 0}};
-  for (const std::string& p : watched) ASSERT_EQ(utimensat(AT_FDCWD, p.c_str(), times, 0), 0);
+  for (const std::string& p : watched) test::SetTimes(p, {1000000, 0}, {2000000000, 0});
 
   std::vector<std::string> names;
   for (const JobEntry& j : DueJobs(host)) names.push_back(NamePart(j.JobFile));

@@ -6,8 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -37,13 +36,9 @@ TEST(TargetFollowsLogRule, TheLogFollowsWhileTheTwoDifferByOneTrailingCharacter)
   }
 }
 
-class MainFormTest : public ::testing::Test {
+class MainFormTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   MainForm f;
-  test::TempDir t;
 };
 
 TEST_F(MainFormTest, RemoveTakesTheSelectionAndSelectsANeighbour) {
@@ -71,7 +66,7 @@ TEST_F(MainFormTest, RemoveTakesTheSelectionAndSelectsANeighbour) {
 }
 
 TEST_F(MainFormTest, EachWayOfAddingReachesTheSourceListWithItsOwnRules) {
-  const std::string a = t.MakeDir("a"), inside = t.MakeDir("a/b");
+  const std::string a = dir.MakeDir("a"), inside = dir.MakeDir("a/b");
   dialogs.inputs = {a, std::nullopt};
   mnuAddManual_Click(ctx, f);
   mnuAddManual_Click(ctx, f);  // cancelled
@@ -79,12 +74,12 @@ TEST_F(MainFormTest, EachWayOfAddingReachesTheSourceListWithItsOwnRules) {
   EXPECT_EQ(dialogs.shown[0].text, "Type the path you wish to add.");
   EXPECT_EQ(dialogs.shown[0].title, "Add Path Manually");
   // A file list is listed as it is, existing or not.
-  dialogs.picks = {t / "missing list.txt", ""};
+  dialogs.picks = {dir / "missing list.txt", ""};
   mnuAddFromList_Click(ctx, f);
   mnuAddFromList_Click(ctx, f);
   FormDropped(ctx, f, {"  ", inside});
   EXPECT_EQ(ctx.settings.Sources,
-            (std::vector<std::string>{a, "[File List] " + (t / "missing list.txt")}));
+            (std::vector<std::string>{a, "[File List] " + (dir / "missing list.txt")}));
   EXPECT_EQ(dialogs.pickerTitles,
             (std::vector<std::string>{"Select a file list", "Select a file list"}));
   EXPECT_EQ(dialogs.shown.size(), 3u);  // the refused folder
@@ -94,13 +89,13 @@ TEST_F(MainFormTest, DuringARunNothingChangesTheSourcesOrStartsAnotherRun) {
   f.inRun = true;
   ctx.settings.Sources = {"a"};
   f.lstSourcesSelected = {0};
-  dialogs.picks = {t.path(), t.path(), t.path()};
-  dialogs.inputs = {t.path()};
+  dialogs.picks = {dir.path(), dir.path(), dir.path()};
+  dialogs.inputs = {dir.path()};
   cmdAdd_Click(ctx, f);
   mnuAddManual_Click(ctx, f);
   EXPECT_FALSE(mnuAddSourceFiles_Click(f));  // the file finder stays closed
   mnuAddFromList_Click(ctx, f);
-  FormDropped(ctx, f, {t.path()});
+  FormDropped(ctx, f, {dir.path()});
   cmdRemove_Click(ctx, f);
   EXPECT_FALSE(cmdRun_Click(ctx, f));
   EXPECT_FALSE(mnuResume_Click(ctx, f));
@@ -116,15 +111,15 @@ TEST_F(MainFormTest, DuringARunNothingChangesTheSourcesOrStartsAnotherRun) {
 }
 
 TEST_F(MainFormTest, HelpSaysWhatIsMissingAndAboutNamesTheVersions) {
-  ctx.program.app.helpPath = t / "RavelinHelp.html";
+  ctx.program.app.helpPath = dir / "RavelinHelp.html";
   mnuRavelinHelp_Click(ctx);
-  t.WriteFile("RavelinHelp.html", "<html></html>");
+  dir.WriteFile("RavelinHelp.html", "<html></html>");
   mnuRavelinHelp_Click(ctx, "no-such-opener-here");
   const auto texts = dialogs.Texts();
   ASSERT_EQ(texts.size(), 2u);
-  EXPECT_EQ(texts[0], "The help document could not be found:\r\n" + (t / "RavelinHelp.html"));
+  EXPECT_EQ(texts[0], "The help document could not be found:\r\n" + (dir / "RavelinHelp.html"));
   EXPECT_NE(texts[1].find("no-such-opener-here"), std::string::npos);
-  EXPECT_NE(texts[1].find(t / "RavelinHelp.html"), std::string::npos);
+  EXPECT_NE(texts[1].find(dir / "RavelinHelp.html"), std::string::npos);
 
   ctx.program.versionText = "2.2.0";
   const std::string about = AboutText(ctx, "6.4.2");

@@ -9,10 +9,8 @@
 #include <vector>
 
 #include "platform/file_times.h"
-#include "run/run_context.h"
 #include "support/child_process.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -32,17 +30,12 @@ std::string Pattern(size_t n) {
   return s;
 }
 
-class HashFileTest : public ::testing::Test {
+class HashFileTest : public ::testing::Test, protected test::RunFixture {
  protected:
   HashFileTest() {
-    ctx.paths = ComputeRunPaths(dir.path());
     pump.onPump = [this](int) { percents.push_back(ctx.progress.progress1Percent); };
   }
 
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   std::vector<int> percents;  // the byte bar at each pump
 };
 
@@ -79,8 +72,7 @@ TEST_F(HashFileTest, TheFilesTimesAreLeftExactlyAsTheyWere) {
   const std::string path = dir.WriteFile("stamped", Pattern(kChunk + 5));
   // An access time older than the modification time is what relatime refreshes on a read, and
   // nanoseconds below 100 ns catch a write-back at file-time resolution.
-  const struct timespec ts[2] = {{1000000000, 123456789}, {1100000000, 987654321}};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, 0), 0);
+  test::SetTimes(path, {1000000000, 123456789}, {1100000000, 987654321});
   auto stamps = [&] {
     struct statx st {};
     EXPECT_EQ(statx(AT_FDCWD, path.c_str(), 0, STATX_ATIME | STATX_MTIME | STATX_BTIME, &st), 0);
@@ -101,8 +93,7 @@ TEST_F(HashFileTest, TheFilesTimesAreLeftExactlyAsTheyWere) {
 TEST_F(HashFileTest, HashedAheadTheDigestAndTheTimesAreThoseOfHashFile) {
   const std::string bytes = Pattern(static_cast<size_t>(HashAhead::kMinimumSize) + kChunk / 2);
   const std::string path = dir.WriteFile("large", bytes);
-  const struct timespec ts[2] = {{1000000000, 123456789}, {1100000000, 987654321}};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, 0), 0);
+  test::SetTimes(path, {1000000000, 123456789}, {1100000000, 987654321});
   FileTimes before;
   ASSERT_EQ(GetFileTimes(ctx, path, before), 1);
   {

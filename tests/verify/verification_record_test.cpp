@@ -15,10 +15,8 @@
 #include "platform/find_data.h"
 #include "platform/times_io.h"
 #include "platform/unicode_text.h"
-#include "run/run_context.h"
 #include "support/child_process.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -32,9 +30,7 @@ constexpr int64_t kModified = 1600000000;
 constexpr int64_t kAccessed = 1600086400 + 3723;
 
 void SetTimes(const std::string& path, int64_t atime, int64_t mtime, long atimeNs = 0) {
-  const struct timespec ts[2] = {{static_cast<time_t>(atime), atimeNs},
-                                 {static_cast<time_t>(mtime), 0}};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, 0), 0) << path;
+  test::SetTimes(path, {static_cast<time_t>(atime), atimeNs}, {static_cast<time_t>(mtime), 0});
 }
 
 std::string DateOf(int64_t unixSeconds) {
@@ -69,7 +65,7 @@ std::vector<std::string> SplitCsv(const std::string& line) {
   return out;
 }
 
-class VerificationRecordTest : public ::testing::Test {
+class VerificationRecordTest : public ::testing::Test, protected test::RunFixture {
  protected:
   VerificationRecordTest() { UseLogFolder(dir.MakeDir("log")); }
 
@@ -121,10 +117,6 @@ class VerificationRecordTest : public ::testing::Test {
     return rows.empty() ? Row{} : rows.back();
   }
 
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   std::string log;
 };
 
