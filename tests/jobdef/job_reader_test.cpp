@@ -138,9 +138,9 @@ TEST_F(ReadRVFileTest, RobocopyFlagsCountOnlyWhileThatEngineIsOn) {
   Read(
       "[COPYSEC]\t1\r\n"
       "[COPYAUDIT]\tnot a number\r\n"  // not even converted while the engine is off
-      "[ENGINE]\tRC\r\n[COPYOWNER]\t1\r\n[COPYRESTART]\t1\r\n"
+      "[ENGINE]\tRC\r\n[COPYOWNER]\t1\r\n[COPYRESTART]\t1\r\n[COPYATTR]\t0\r\n"
       "[ENGINE]\tRV\r\n[COPYDATA]\t0\r\n");
-  EXPECT_FALSE(s.CopySecurity || s.CopyAudit);
+  EXPECT_FALSE(s.CopySecurity || s.CopyAudit || s.CopyAttributes);
   EXPECT_TRUE(s.CopyOwner && s.CopyRestartable && s.CopyData);
   EXPECT_FALSE(s.CopyBackup || s.CopyZB) << "the copy modes exclude each other";
 }

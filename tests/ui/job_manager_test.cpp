@@ -186,20 +186,22 @@ TEST_F(JobManagerTest, SourcesGoInAsTypedAndEditsReplaceInPlace) {
   EXPECT_TRUE(ctx.settings.Sources.empty());
 
   dialogs.shown.clear();
-  dialogs.inputs = {"[RVDrive]/x", ""};
+  dialogs.inputs = {"/first", "[RVDrive]/x", ""};
+  listSources_DblClick(ctx, f, 0);
   listSources_DblClick(ctx, f, 1);
   listSources_DblClick(ctx, f, 2);  // an empty answer leaves the entry
   EXPECT_EQ(dialogs.shown[0].title, "Edit Path");
+  EXPECT_EQ(f.job.Sources[0], "/first");
   EXPECT_EQ(f.job.Sources[1], "[RVDrive]/x");
   EXPECT_EQ(f.job.Sources[2], "[File List] /lists/l.txt");
 
   listSources_DblClick(ctx, f, 4);  // no such row: no box
-  EXPECT_EQ(dialogs.shown.size(), 2u);
+  EXPECT_EQ(dialogs.shown.size(), 3u);
 
   f.listSourcesSelected = {3, 9, 4, 1};
   lnkRemove_Click(f);
   EXPECT_EQ(f.job.Sources,
-            (std::vector<std::string>{"  [LDrive] ", "[File List] /lists/l.txt"}));
+            (std::vector<std::string>{"/first", "[File List] /lists/l.txt"}));
   EXPECT_EQ(f.listSourcesSelected, std::vector<int>{1});  // past the end: the new last entry
   f.listSourcesSelected = {7};
   lnkRemove_Click(f);
