@@ -15,32 +15,18 @@
 #include <string>
 
 #include "exec/run_driver.h"
+#include "platform/quiet_seams.h"
 
 namespace {
 
-class NoDialogs : public qr::Dialogs {
+// Boxes are printed, so a refused run says why.
+class NoDialogs : public qr::AffirmativeDialogs {
  public:
-  qr::Answer MessageBox(const std::string& text, const std::string&, qr::Icon,
+  qr::Answer MessageBox(const std::string& text, const std::string& title, qr::Icon icon,
                         qr::Buttons buttons) override {
     std::fprintf(stderr, "box: %s\n", text.c_str());
-    return buttons == qr::Buttons::YesNo ? qr::Answer::Yes : qr::Answer::Ok;
+    return AffirmativeDialogs::MessageBox(text, title, icon, buttons);
   }
-  std::optional<std::string> InputBox(const std::string&, const std::string&,
-                                      const std::string&) override {
-    return std::nullopt;
-  }
-  std::string OpenFile(const std::string&, const std::string&, const std::string&) override {
-    return {};
-  }
-  std::string SaveFile(const std::string&, const std::string&, const std::string&) override {
-    return {};
-  }
-  std::string PickFolder(const std::string&, const std::string&) override { return {}; }
-};
-
-class NoPump : public qr::EventPump {
- public:
-  void Pump() override {}
 };
 
 // Folders of 100 files each, 10 subfolders a level, so that depth stays small and widths are
@@ -77,7 +63,7 @@ int Make(const std::string& root, long entries) {
 
 int Run(const std::string& source, const std::string& work, long entries) {
   NoDialogs dialogs;
-  NoPump pump;
+  qr::NoPump pump;
   qr::RunContext ctx(dialogs, pump);
   ctx.program.flags.silent = true;
   ctx.settings.CopyFiles = false;

@@ -27,36 +27,13 @@
 #include <string>
 
 #include "exec/run_driver.h"
+#include "platform/quiet_seams.h"
 #include "progress_window.h"
 #include "qt_event_pump.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-class NoDialogs : public qr::Dialogs {
- public:
-  qr::Answer MessageBox(const std::string&, const std::string&, qr::Icon,
-                        qr::Buttons buttons) override {
-    return buttons == qr::Buttons::YesNo ? qr::Answer::Yes : qr::Answer::Ok;
-  }
-  std::optional<std::string> InputBox(const std::string&, const std::string&,
-                                      const std::string&) override {
-    return std::nullopt;
-  }
-  std::string OpenFile(const std::string&, const std::string&, const std::string&) override {
-    return {};
-  }
-  std::string SaveFile(const std::string&, const std::string&, const std::string&) override {
-    return {};
-  }
-  std::string PickFolder(const std::string&, const std::string&) override { return {}; }
-};
-
-class NoPump : public qr::EventPump {
- public:
-  void Pump() override {}
-};
 
 double ThreadCpuSeconds() {
   timespec t{};
@@ -187,8 +164,8 @@ Times Collect(qr::RunContext& ctx, const Tree& tree) {
 
 void BM_CollectionWithWindowPump(benchmark::State& state) {
   Tree& tree = SharedTree();
-  NoDialogs dialogs;
-  NoPump noPump;
+  qr::AffirmativeDialogs dialogs;
+  qr::NoPump noPump;
   qr::RunContext plain(dialogs, noPump);
   qr::gui::ProgressWindow* window = nullptr;
   TimedPump pump([&window] { window->Refresh(); });
@@ -245,7 +222,7 @@ BENCHMARK(BM_PumpCallBetweenRounds);
 // One round with the progress window shown and its labels changed: what the run pays each
 // interval.
 void BM_PumpRound(benchmark::State& state) {
-  NoDialogs dialogs;
+  qr::AffirmativeDialogs dialogs;
   qr::gui::QtEventPump pump(std::chrono::nanoseconds(0));
   qr::RunContext ctx(dialogs, pump);
   qr::gui::ProgressWindow window(ctx);

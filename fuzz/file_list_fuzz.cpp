@@ -4,6 +4,7 @@
 
 #include "enumerate/source_walk.h"
 #include "fuzz_support.h"
+#include "platform/quiet_seams.h"
 #include "platform/errors.h"
 #include "run/job_connection.h"
 #include "run/run_context.h"
@@ -15,8 +16,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fs::create_directories(logs);
   const std::string list = qr::fuzz::WriteInput("list.txt", data, size);
 
-  qr::fuzz::QuietDialogs dialogs;
-  qr::fuzz::QuietPump pump;
+  qr::AffirmativeDialogs dialogs;
+  qr::NoPump pump;
   qr::RunContext ctx(dialogs, pump);
   ctx.settings.CopySubs = false;
   ctx.settings.LogPath = logs.string();

@@ -1,6 +1,5 @@
 #pragma once
-// What every fuzz target shares: a person who answers every box with its first button and picks
-// nothing, a pump that does nothing, and a scratch folder for the file the parser reads.
+// What every fuzz target shares: a scratch folder for the file the parser reads.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -8,33 +7,7 @@
 #include <fstream>
 #include <string>
 
-#include "platform/dialogs.h"
-#include "platform/event_pump.h"
-
 namespace qr::fuzz {
-
-class QuietDialogs : public Dialogs {
- public:
-  Answer MessageBox(const std::string&, const std::string&, Icon, Buttons buttons) override {
-    return buttons == Buttons::YesNo ? Answer::Yes : Answer::Ok;
-  }
-  std::optional<std::string> InputBox(const std::string&, const std::string&,
-                                      const std::string&) override {
-    return std::nullopt;
-  }
-  std::string OpenFile(const std::string&, const std::string&, const std::string&) override {
-    return {};
-  }
-  std::string SaveFile(const std::string&, const std::string&, const std::string&) override {
-    return {};
-  }
-  std::string PickFolder(const std::string&, const std::string&) override { return {}; }
-};
-
-class QuietPump : public EventPump {
- public:
-  void Pump() override {}
-};
 
 // One scratch folder a process, removed when the process ends normally: each input overwrites
 // the same files.

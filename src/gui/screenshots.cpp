@@ -23,6 +23,7 @@
 #include "main_window.h"
 #include "options_dialog.h"
 #include "platform/dialogs.h"
+#include "platform/quiet_seams.h"
 #include "platform/event_pump.h"
 #include "progress_window.h"
 #include "window_registry.h"
@@ -32,25 +33,6 @@ namespace qr::gui {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Nobody is there to answer: every box takes its affirmative button, pickers choose nothing.
-class AnswerEverything : public Dialogs {
- public:
-  Answer MessageBox(const std::string&, const std::string&, Icon, Buttons buttons) override {
-    return buttons == Buttons::YesNo || buttons == Buttons::YesNoCancel ? Answer::Yes : Answer::Ok;
-  }
-  std::optional<std::string> InputBox(const std::string&, const std::string&,
-                                      const std::string&) override {
-    return std::nullopt;
-  }
-  std::string OpenFile(const std::string&, const std::string&, const std::string&) override {
-    return {};
-  }
-  std::string SaveFile(const std::string&, const std::string&, const std::string&) override {
-    return {};
-  }
-  std::string PickFolder(const std::string&, const std::string&) override { return {}; }
-};
 
 class HookPump : public EventPump {
  public:
@@ -108,7 +90,7 @@ int TakeScreenshots(const std::string& dir, std::ostream& out, std::ostream& err
   }
   MakeSampleTree(root / "sample");
 
-  AnswerEverything dialogs;
+  AffirmativeDialogs dialogs;  // nobody is there to answer
   HookPump pump;
   RunContext ctx(dialogs, pump);
   // The scratch folder stands in for the program's folder, so every settings file that start-up
