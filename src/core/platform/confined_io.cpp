@@ -7,7 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstdint>
 
 #include "platform/path_layer.h"
 #include "platform/paths.h"
@@ -45,6 +47,55 @@ std::string BelowRoot(const std::string& path, std::string& root) {
 
 bool IsLinkOrSpecial(mode_t mode) { return !S_ISREG(mode) && !S_ISDIR(mode); }
 
+// Folders below a root already reached this run, by root and relative folder: a file's steps
+// (look, create, stamp, read back its times) and the next file's in the same folder reuse one
+// descriptor instead of reaching the folder afresh each time. Anything that makes or renames a
+// folder forgets them all, so a folder replaced during the run is reached anew.
+class FolderCache {
+ public:
+  ~FolderCache() { Clear(); }
+  int Find(const std::string& root, const std::string& folder) {
+    for (Entry& e : entries_) {
+      if (e.fd >= 0 && e.folder == folder && e.root == root) {
+        e.used = ++clock_;
+        return e.fd;
+      }
+    }
+    return -1;
+  }
+  // Takes `fd` over. The least recently used entry goes: a rename holds two folders at once,
+  // and neither is ever the one that goes.
+  void Keep(const std::string& root, const std::string& folder, int fd) {
+    Entry* victim = &entries_[0];
+    for (Entry& e : entries_) {
+      if (e.used < victim->used) victim = &e;
+    }
+    if (victim->fd >= 0) ::close(victim->fd);
+    *victim = Entry{root, folder, fd, ++clock_};
+  }
+  void Clear() {
+    for (Entry& e : entries_) {
+      if (e.fd >= 0) ::close(e.fd);
+      e = Entry{};
+    }
+  }
+
+ private:
+  struct Entry {
+    std::string root, folder;
+    int fd = -1;
+    uint64_t used = 0;
+  };
+  // A run writes to a few folders at a time: the file's target folder, its parent, the logs.
+  std::array<Entry, 4> entries_;
+  uint64_t clock_ = 0;
+};
+
+FolderCache& Folders() {
+  static FolderCache cache;
+  return cache;
+}
+
 // The folder that holds a path and its last part, as the *at calls take them. Below a root the
 // folder is reached from the root without following any link, and `noFollow` is
 // AT_SYMLINK_NOFOLLOW; elsewhere it is AT_FDCWD and the whole path, as named.
@@ -58,40 +109,35 @@ class AtPath {
       return;
     }
     confined_ = true;
-    int fd = ::open(LongPathPrefix(root).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) {
-      error_ = errno;
+    std::vector<std::string> parts = Split(rest, kSepText);
+    std::erase(parts, std::string());
+    if (parts.empty()) {
+      error_ = EINVAL;
       return;
     }
-    const std::vector<std::string> parts = Split(rest, kSepText);
-    if (WalkAtOnce(fd, parts)) return;
+    std::string folder;
     for (size_t i = 0; i < parts.size(); ++i) {
-      const std::string& part = parts[i];
-      if (part.empty()) continue;
       // A dot part would step out of the folder walked so far.
-      if (part == "." || part == "..") {
-        ::close(fd);
+      if (parts[i] == "." || parts[i] == "..") {
         error_ = EACCES;
         return;
       }
-      if (i + 1 == parts.size()) {
-        name_ = part;
-        break;
-      }
-      const int next = ::openat(fd, part.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-      const int err = errno;
-      ::close(fd);
-      if (next < 0) {
-        // A link where a folder should be is no folder here.
-        error_ = err == ELOOP ? ENOTDIR : err;
-        return;
-      }
-      fd = next;
+      if (i + 1 == parts.size()) break;
+      if (!folder.empty()) folder += kSep;
+      folder += parts[i];
     }
+    name_ = parts.back();
+    dir_ = Folders().Find(root, folder);
+    if (dir_ >= 0) return;
+    const int fd = OpenFolder(root, folder, parts);
+    if (fd < 0) {
+      // A link where a folder should be is no folder here.
+      error_ = errno == ELOOP ? ENOTDIR : errno;
+      dir_ = AT_FDCWD;
+      return;
+    }
+    Folders().Keep(root, folder, fd);
     dir_ = fd;
-  }
-  ~AtPath() {
-    if (confined_ && dir_ >= 0) ::close(dir_);
   }
   AtPath(const AtPath&) = delete;
   AtPath& operator=(const AtPath&) = delete;
@@ -109,55 +155,40 @@ class AtPath {
   }
 
  private:
-  // The folder part in one call: the kernel resolves it below the root and refuses any link on
-  // the way, which is what the walk part by part does with a call per part. False where the
-  // kernel lacks the call; the walk then does it. Takes `rootFd` over either way it returns
-  // true.
-  bool WalkAtOnce(int rootFd, const std::vector<std::string>& parts) {
-    static bool unavailable = false;
-    if (unavailable) return false;
-    std::string folder;
-    size_t last = parts.size();
-    while (last > 0 && parts[last - 1].empty()) --last;
-    if (last == 0) return false;
-    for (size_t i = 0; i < last; ++i) {
-      const std::string& part = parts[i];
-      if (part.empty()) continue;
-      // A dot part would step out of the folder walked so far.
-      if (part == "." || part == "..") {
+  // The folder below `root` that holds the last of `parts`, reached without following any
+  // link: in one call where the kernel has openat2 (it resolves below the root and refuses
+  // links), else part by part with O_NOFOLLOW. A descriptor, or -1 with errno set.
+  static int OpenFolder(const std::string& root, const std::string& folder,
+                        const std::vector<std::string>& parts) {
+    const int rootFd = ::open(LongPathPrefix(root).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (rootFd < 0 || folder.empty()) return rootFd;
+    static bool noOpenat2 = false;
+    if (!noOpenat2) {
+      struct open_how how {};
+      how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+      how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+      const long fd = ::syscall(SYS_openat2, rootFd, folder.c_str(), &how, sizeof how);
+      const int err = errno;
+      if (fd >= 0 || (err != ENOSYS && err != E2BIG)) {
         ::close(rootFd);
-        error_ = EACCES;
-        return true;
+        errno = err;
+        return static_cast<int>(fd);
       }
-      if (i + 1 == last) {
-        name_ = part;
-        break;
+      noOpenat2 = true;
+    }
+    int fd = rootFd;
+    for (size_t i = 0; i + 1 < parts.size(); ++i) {
+      const int next =
+          ::openat(fd, parts[i].c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+      const int err = errno;
+      ::close(fd);
+      if (next < 0) {
+        errno = err;
+        return -1;
       }
-      if (!folder.empty()) folder += kSep;
-      folder += part;
+      fd = next;
     }
-    if (folder.empty()) {
-      dir_ = rootFd;
-      return true;
-    }
-    struct open_how how {};
-    how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
-    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
-    const long fd = ::syscall(SYS_openat2, rootFd, folder.c_str(), &how, sizeof how);
-    const int err = errno;
-    if (fd < 0 && (err == ENOSYS || err == E2BIG)) {
-      unavailable = true;
-      name_.clear();
-      return false;
-    }
-    ::close(rootFd);
-    if (fd < 0) {
-      // A link where a folder should be is no folder here.
-      error_ = err == ELOOP ? ENOTDIR : err;
-      return true;
-    }
-    dir_ = static_cast<int>(fd);
-    return true;
+    return fd;
   }
 
   bool confined_ = false;
@@ -173,6 +204,7 @@ int Errno(int rc) { return rc == 0 ? 0 : errno; }
 void SetConfinedRoots(std::vector<std::string> roots) {
   std::erase_if(roots, [](const std::string& r) { return Trim(r).empty(); });
   Roots() = std::move(roots);
+  Folders().Clear();
 }
 
 std::vector<std::string> ConfinedRoots() {
@@ -184,7 +216,9 @@ bool IsConfined(const std::string& path) {
   return !BelowRoot(path, root).empty();
 }
 
-int OpenForWriting(const std::string& path, int flags, mode_t mode) {
+namespace {
+
+int OpenForWritingOnce(const std::string& path, int flags, mode_t mode) {
   AtPath at(path);
   if (!at.ok()) {
     errno = at.error();
@@ -209,19 +243,42 @@ int OpenForWriting(const std::string& path, int flags, mode_t mode) {
     errno = EINVAL;
     return -1;
   }
-  if ((flags & O_NONBLOCK) == 0) ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  // O_NONBLOCK changes nothing for a regular file's reads and writes, so it stays set.
   return fd;
 }
 
-int MakeFolder(const std::string& path, mode_t mode) {
+int MakeFolderOnce(const std::string& path, mode_t mode) {
   AtPath at(path);
   if (!at.ok()) return at.error();
-  if (::mkdirat(at.dir(), at.name(), mode) == 0) return 0;
+  // A new folder may stand where a remembered one was removed: remember none of them.
+  if (::mkdirat(at.dir(), at.name(), mode) == 0) {
+    Folders().Clear();
+    return 0;
+  }
   const int err = errno;
   struct stat st {};
   if (err != EEXIST || !at.confined() || !at.Look(st) || !IsLinkOrSpecial(st.st_mode)) return err;
   if (::unlinkat(at.dir(), at.name(), 0) != 0) return errno;
-  return Errno(::mkdirat(at.dir(), at.name(), mode));
+  const int rc = Errno(::mkdirat(at.dir(), at.name(), mode));
+  Folders().Clear();
+  return rc;
+}
+
+}  // namespace
+
+int OpenForWriting(const std::string& path, int flags, mode_t mode) {
+  const int fd = OpenForWritingOnce(path, flags, mode);
+  if (fd >= 0 || errno != ENOENT) return fd;
+  // A folder removed and made again by someone else since it was reached: reach it afresh.
+  Folders().Clear();
+  return OpenForWritingOnce(path, flags, mode);
+}
+
+int MakeFolder(const std::string& path, mode_t mode) {
+  const int err = MakeFolderOnce(path, mode);
+  if (err != ENOENT) return err;
+  Folders().Clear();
+  return MakeFolderOnce(path, mode);
 }
 
 bool FolderExistsNoFollow(const std::string& path) {
@@ -266,7 +323,10 @@ int RenameNoReplace(const std::string& from, const std::string& to) {
   AtPath b(to);
   if (!a.ok()) return a.error();
   if (!b.ok()) return b.error();
-  return Errno(::renameat2(a.dir(), a.name(), b.dir(), b.name(), RENAME_NOREPLACE));
+  const int rc = Errno(::renameat2(a.dir(), a.name(), b.dir(), b.name(), RENAME_NOREPLACE));
+  // What was renamed may be a remembered folder.
+  Folders().Clear();
+  return rc;
 }
 
 bool RemoveLinkAt(const std::string& path) {

@@ -89,28 +89,33 @@ bool CreateUnicodeFile(const std::string& path) {
   return (close(fd) == 0) && written;
 }
 
-bool AppendUnicodeText(const std::string& path, std::string_view text, bool writeMark,
-                       Reporter* reporter) {
-  auto fail = [reporter](int err) {
-    if (reporter != nullptr) {
-      reporter->WriteSilentLog("UC Append API Failure (" + std::to_string(err) +
-                               "): " + std::strerror(err));
-    }
-    return false;
-  };
+namespace {
+
+bool AppendFailed(Reporter* reporter, int err) {
+  if (reporter != nullptr) {
+    reporter->WriteSilentLog("UC Append API Failure (" + std::to_string(err) +
+                             "): " + std::strerror(err));
+  }
+  return false;
+}
+
+// Opens an existing log to append to, and fills `bytes` with what must precede `text` there.
+// The descriptor, or -1 with errno set.
+int OpenToAppend(const std::string& path, std::string_view text, bool writeMark,
+                 std::string& bytes) {
   // A link planted at a log's name is replaced by a new log with its mark, never written
   // through.
-  if (RemoveLinkAt(path) && !CreateUnicodeFile(path)) return fail(errno);
+  if (RemoveLinkAt(path) && !CreateUnicodeFile(path)) return -1;
   // The file must exist: callers create it, with its mark, first.
   const int fd = OpenForWriting(path, O_RDWR | O_APPEND, 0666);
-  if (fd < 0) return fail(errno);
+  if (fd < 0) return -1;
   struct stat st {};
   if (fstat(fd, &st) != 0 || (st.st_size == 3 && ftruncate(fd, 1) != 0)) {
     const int err = errno;
     close(fd);
-    return fail(err);
+    errno = err;
+    return -1;
   }
-  std::string bytes;
   // A line cut short (a full disk, a kill) is realigned on a whole character and ended first,
   // so it never runs into the line written now.
   if (!writeMark && st.st_size > 3 && !text.empty() && text.back() == '\n') {
@@ -122,15 +127,49 @@ bool AppendUnicodeText(const std::string& path, std::string_view text, bool writ
     }
   }
   if (writeMark) bytes += "\xFF\xFE";
+  return fd;
+}
+
+}  // namespace
+
+bool AppendUnicodeText(const std::string& path, std::string_view text, bool writeMark,
+                       Reporter* reporter) {
+  std::string bytes;
+  const int fd = OpenToAppend(path, text, writeMark, bytes);
+  if (fd < 0) return AppendFailed(reporter, errno);
   bytes += Utf16LeBytes(Utf8ToUtf16(text));
   // Mark and text in one write, so no reader sees a mark without its line.
   if (!WriteAll(fd, bytes)) {
     const int err = errno;
     close(fd);
-    return fail(err);
+    return AppendFailed(reporter, err);
   }
-  if (close(fd) != 0) return fail(errno);
+  if (close(fd) != 0) return AppendFailed(reporter, errno);
   return true;
+}
+
+bool UnicodeAppender::Append(const std::string& path, std::string_view text, Reporter* reporter) {
+  std::string bytes;
+  if (fd_ < 0 || path != path_) {
+    Close();
+    fd_ = OpenToAppend(path, text, false, bytes);
+    if (fd_ < 0) return AppendFailed(reporter, errno);
+    path_ = path;
+  }
+  bytes += Utf16LeBytes(Utf8ToUtf16(text));
+  if (!WriteAll(fd_, bytes)) {
+    // Opened afresh next time, so a line this write cut short is ended first.
+    const int err = errno;
+    Close();
+    return AppendFailed(reporter, err);
+  }
+  return true;
+}
+
+void UnicodeAppender::Close() {
+  if (fd_ >= 0) ::close(fd_);
+  fd_ = -1;
+  path_.clear();
 }
 
 }  // namespace qr

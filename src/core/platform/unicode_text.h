@@ -22,4 +22,23 @@ bool CreateUnicodeFile(const std::string& path);
 bool AppendUnicodeText(const std::string& path, std::string_view text, bool writeMark,
                        Reporter* reporter = nullptr);
 
+// Appends lines to one log like AppendUnicodeText, keeping it open from line to line: a log
+// written once a file is opened once a run. The checks made at opening (a link at its name, a
+// line cut short) are made again after any failure. Each line is one write(2), so a killed run
+// loses no finished line either way.
+class UnicodeAppender {
+ public:
+  UnicodeAppender() = default;
+  ~UnicodeAppender() { Close(); }
+  UnicodeAppender(const UnicodeAppender&) = delete;
+  UnicodeAppender& operator=(const UnicodeAppender&) = delete;
+
+  bool Append(const std::string& path, std::string_view text, Reporter* reporter);
+  void Close();
+
+ private:
+  std::string path_;
+  int fd_ = -1;
+};
+
 }  // namespace qr

@@ -12,6 +12,7 @@
 #include "platform/file_times.h"
 #include "platform/find_data.h"
 #include "platform/report.h"
+#include "platform/unicode_text.h"
 #include "run/job_settings.h"
 #include "run/program_facts.h"
 #include "run/progress_pane.h"
@@ -84,6 +85,8 @@ class RunContext : public Reporter {
   // On for a run whose Common Log path is set and passed its test.
   bool activityLogOn = false;
   FailureRecord failures;
+  // The verification log, open from its first line to the run's end.
+  UnicodeAppender verificationLog;
 
   FileInHand file;
 

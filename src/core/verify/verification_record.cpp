@@ -445,7 +445,7 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
     stage = "Appending line break to output string";
     line += "\r\n";
     stage = "Outputting CSV string to CSV file";
-    AppendUnicodeLine(ctx, csvPath, line);
+    if (!ctx.verificationLog.Append(csvPath, line, &ctx)) ThrowAppendFailure(csvPath);
 
     if (error) {
       stage = "Creating free file integer for log";
