@@ -2,14 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
-
-using test::FakeDialogs;
-using test::TempDir;
 
 TEST(OptionString, FollowsBoxOrderAndDropsTheLastBlank) {
   JobSettings s;
@@ -32,65 +28,45 @@ TEST(OptionString, FollowsBoxOrderAndDropsTheLastBlank) {
 }
 
 TEST(FileListEntry, ComparesTheFirstElevenCharactersOfTheTrimmedEntry) {
-  EXPECT_TRUE(IsFileList("[File List] /data/list.txt"));
-  EXPECT_TRUE(IsFileList("   [File List]/x"));
-  EXPECT_TRUE(IsFileList("[File List]"));
-  EXPECT_FALSE(IsFileList("[file list] /x"));
-  EXPECT_FALSE(IsFileList("[File Lis"));
-  EXPECT_FALSE(IsFileList("/data/[File List] x"));
-  EXPECT_FALSE(IsFileList(""));
+  for (const char* yes : {"[File List] /data/list.txt", "   [File List]/x", "[File List]"}) {
+    EXPECT_TRUE(IsFileList(yes)) << yes;
+  }
+  for (const char* no : {"[file list] /x", "[File Lis", "/data/[File List] x", ""}) {
+    EXPECT_FALSE(IsFileList(no)) << no;
+  }
 }
 
-class ExtensionListTest : public ::testing::Test {
+class ExtensionListTest : public ::testing::Test, protected test::RunFixture {
  protected:
   JobSettings s;
-  FakeDialogs dialogs;
-  TempDir dir;
-  void Build() { BuildExtensionList(s, dialogs, "T"); }
+  std::vector<std::string> Build(const std::string& box, const std::string& listFile = "") {
+    s.Extensions = box;
+    s.ExtListFile = listFile;
+    BuildExtensionList(s, dialogs, "T");
+    return s.ExtensionList;
+  }
 };
 
-TEST_F(ExtensionListTest, TakesWhatFollowsTheFirstPointOfEachPiece) {
-  s.Extensions = "doc, .xls,*.PDF,";
-  Build();
-  EXPECT_EQ(s.ExtensionList, (std::vector<std::string>{"doc", "xls", "pdf"}));
-
-  s.Extensions = "*.tar.gz,txt.,  ,x";
-  Build();
-  EXPECT_EQ(s.ExtensionList, (std::vector<std::string>{"tar.gz", "x"}));
+TEST_F(ExtensionListTest, TakesWhatFollowsTheFirstPointOfEachPieceOrLine) {
+  using List = std::vector<std::string>;
+  EXPECT_EQ(Build("doc, .xls,*.PDF,"), (List{"doc", "xls", "pdf"}));
+  EXPECT_EQ(Build("*.tar.gz,txt.,  ,x"), (List{"tar.gz", "x"}));
+  EXPECT_EQ(Build("doc\r\nXLS\nrtf\rodt"), (List{"doc", "xls", "rtf", "odt"}));
+  EXPECT_EQ(Build("doc", dir.WriteFile("exts.txt", "jpg, .PNG\r\n*.gif,tif.\r\n\r\nraw")),
+            (List{"doc", "jpg", "png", "gif", "raw"}));
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
-TEST_F(ExtensionListTest, LineEndsCountAsCommas) {
-  s.Extensions = "doc\r\nXLS\nrtf\rodt";
-  Build();
-  EXPECT_EQ(s.ExtensionList, (std::vector<std::string>{"doc", "xls", "rtf", "odt"}));
-}
-
-TEST_F(ExtensionListTest, ReadsTheListFileLineByLine) {
-  s.Extensions = "doc";
-  s.ExtListFile = dir.WriteFile("exts.txt", "jpg, .PNG\r\n*.gif,tif.\r\n\r\nraw");
-  Build();
-  EXPECT_EQ(s.ExtensionList, (std::vector<std::string>{"doc", "jpg", "png", "gif", "raw"}));
-}
-
 TEST_F(ExtensionListTest, AMissingListFileIsReportedAndTheBoxStillCounts) {
-  s.Extensions = "doc";
-  s.ExtListFile = dir / "missing.txt";
-  Build();
-  EXPECT_EQ(s.ExtensionList, (std::vector<std::string>{"doc"}));
-  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(Build("doc", dir / "missing.txt"), std::vector<std::string>{"doc"});
+  // A folder of that name is not a file either.
+  Build("", dir.MakeDir("folder.txt"));
+  ASSERT_EQ(dialogs.shown.size(), 2u);
   EXPECT_EQ(dialogs.shown[0].text,
             "The extension list file:\r\n" + dir / "missing.txt" + "\r\nCould not be found.");
   EXPECT_EQ(dialogs.shown[0].title, "T");
-}
-
-TEST_F(ExtensionListTest, AListThatCannotBeReadIsReported) {
-  s.ExtListFile = dir.WriteFile("exts.txt", "jpg");
-  // A folder of that name is not a file: FileExists refuses it before any read.
-  s.ExtListFile = dir.MakeDir("folder.txt");
-  Build();
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_NE(dialogs.shown[0].text.find("Could not be found."), std::string::npos);
+  EXPECT_EQ(dialogs.shown[1].text,
+            "The extension list file:\r\n" + dir / "folder.txt" + "\r\nCould not be found.");
 }
 
 TEST(DialogRules, EnginesExcludeEachOtherWithExactlyOneOn) {
@@ -143,17 +119,11 @@ TEST(DialogRules, EnablingFollowsTheBoxes) {
   EXPECT_FALSE(s.enabled.RobocopyFlagBoxes);
 }
 
-TEST(RunPathsTest, AllLieInTheLogFolder) {
-  RunPaths a = ComputeRunPaths("/logs");
-  RunPaths b = ComputeRunPaths("/logs/");
+TEST(RunPathsTest, AllLieInTheLogFolderWithOrWithoutItsSeparator) {
+  const RunPaths a = ComputeRunPaths("/logs");
   EXPECT_EQ(a.DatabasePath, "/logs/_job.sdb");
-  EXPECT_EQ(b.DatabasePath, "/logs/_job.sdb");
-  EXPECT_EQ(a.ErrorLogPath, "/logs/_errors.log");
-  EXPECT_EQ(a.VerificationLogPath, "/logs/_verification_log.csv");
-  EXPECT_EQ(a.JobRecordPath, "/logs/_jobfile.rvj");
-  EXPECT_EQ(a.TimestampLogPath, "/logs/_ts_mismatch.log");
   EXPECT_EQ(a.TallyPath, "/logs/tally.txt");
-  EXPECT_EQ(a.FileListPath, "/logs/filelist.txt");
+  EXPECT_EQ(ComputeRunPaths("/logs/").ErrorLogPath, a.ErrorLogPath);
 }
 
 }  // namespace
