@@ -2,7 +2,6 @@
 // first bytes, over real files; the shipped definition file against real headers.
 #include "filetypes/header_match.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -52,10 +51,9 @@ TEST_F(HeaderMatchTest, TitleAndCommentLinesAreSkippedAndDefinitionsStartAtOne) 
   EXPECT_EQ(types.CountInCategory("IMAGES"), 2);
   EXPECT_EQ(types.FileTypeInCatArray("images", 1), "GIF");
   EXPECT_EQ(types.FileTypeInCatArray("images", 2), "");
-  EXPECT_EQ(types.CategoryByIndex(2), "Documents");
-  EXPECT_EQ(types.CategoryByIndex(3), "images");
-  EXPECT_EQ(types.CategoryByIndex(0), "");
-  EXPECT_EQ(types.CategoryByIndex(4), "");
+  const std::vector<std::string> byIndex = {types.CategoryByIndex(0), types.CategoryByIndex(2),
+                                             types.CategoryByIndex(3), types.CategoryByIndex(4)};
+  EXPECT_EQ(byIndex, (std::vector<std::string>{"", "Documents", "images", ""}));
   EXPECT_EQ(types.Categories(), (std::vector<std::string>{"Images", "Documents"}));
   // A second load starts from an empty table.
   ASSERT_TRUE(Load("A\tOne\ta\t\t0\n"));
@@ -140,12 +138,11 @@ TEST_F(ShippedDefinitionsTest, EveryLineLoadsAndEveryPatternCompiles) {
   for (int i = 1; i <= types.EntryCount(); ++i) {
     const FileTypeDefinition& d = types.Entry(i);
     SCOPED_TRACE(d.typeName);
-    EXPECT_FALSE(d.category.empty() || d.typeName.empty() || d.extensions.empty());
-    EXPECT_FALSE(d.header.empty());
+    EXPECT_FALSE(d.category.empty() || d.typeName.empty() || d.extensions.empty() ||
+                 d.header.empty());
     EXPECT_NE(d.pattern, nullptr);
     // A comma or bracket in a name would break the terms of the extension field.
-    EXPECT_EQ(d.typeName.find_first_of(",[]~"), std::string::npos);
-    EXPECT_EQ(d.category.find_first_of(",[]~"), std::string::npos);
+    EXPECT_EQ((d.typeName + d.category).find_first_of(",[]~"), std::string::npos);
   }
 }
 
@@ -216,15 +213,12 @@ TEST_F(ShippedDefinitionsTest, CheckingAFileLeavesItsTimesAsTheyWere) {
   MarkAll();
   const std::string file = dir.WriteFile("photo.png", "\x89PNG\r\n\x1A\n"s + std::string(4000, 'x'));
   // An access time older than the modification time: any read would move it.
-  const struct timespec old[2] = {{1000000000, 123456789}, {1100000000, 987654321}};
-  ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), old, 0), 0);
+  test::SetTimes(file, {1000000000, 123456789}, {1100000000, 987654321});
   ASSERT_TRUE(types.CheckFile(file));
   struct stat st {};
   ASSERT_EQ(stat(file.c_str(), &st), 0);
-  EXPECT_EQ(st.st_atim.tv_sec, old[0].tv_sec);
-  EXPECT_EQ(st.st_atim.tv_nsec, old[0].tv_nsec);
-  EXPECT_EQ(st.st_mtim.tv_sec, old[1].tv_sec);
-  EXPECT_EQ(st.st_mtim.tv_nsec, old[1].tv_nsec);
+  EXPECT_EQ(std::pair(st.st_atim.tv_sec, st.st_atim.tv_nsec), std::pair(1000000000L, 123456789L));
+  EXPECT_EQ(std::pair(st.st_mtim.tv_sec, st.st_mtim.tv_nsec), std::pair(1100000000L, 987654321L));
 }
 
 }  // namespace
