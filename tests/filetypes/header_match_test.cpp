@@ -2,7 +2,6 @@
 // first bytes, over real files; the shipped definition file against real headers.
 #include "filetypes/header_match.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -15,73 +14,65 @@ namespace qr {
 namespace {
 
 using namespace std::string_literals;
+using Names = std::vector<std::string>;
 
 class HeaderMatchTest : public ::testing::Test, protected test::RunFixture {
  protected:
   clsHeaderMatch types{ctx};
 
-  bool Load(const std::string& text) {
-    return types.LoadDefinitionFile(dir.WriteFile("ft.txt", text));
-  }
-  std::vector<std::string> TypeNames() {
-    std::vector<std::string> names;
+  bool Load(const std::string& text) { return types.LoadDefinitionFile(dir.WriteFile("ft.txt", text)); }
+  Names TypeNames() {
+    Names names;
     for (int i = 1; i <= types.EntryCount(); ++i) names.push_back(types.Entry(i).typeName);
+    return names;
+  }
+  // The names of the marked types.
+  Names Marked() {
+    Names names;
+    for (int i = 1; i <= types.EntryCount(); ++i) {
+      if (types.Entry(i).marked) names.push_back(types.Entry(i).typeName);
+    }
     return names;
   }
 };
 
-TEST_F(HeaderMatchTest, TitleAndCommentLinesAreSkippedAndDefinitionsStartAtOne) {
-  ASSERT_TRUE(
-      Load("Category\tType\tExtensions\tHeader\tOffset\r\n"
-           " # a note\twith\tfields\r\n"
-           "#\r\n"
-           " Images \t PNG Image \t png \t ^\\x89PNG \t 0 \r\n"
-           "Documents\tPDF\tpdf\t^%PDF-\t0\textra field\n"
-           "images\tGIF\tgif\t^GIF8\t+2\n"));
+TEST_F(HeaderMatchTest, TitleAndCommentLinesAreSkippedFieldsTrimmedAndLookupsFoldCase) {
+  ASSERT_TRUE(Load("Category\tType\tExtensions\tHeader\tOffset\r\n"
+                   " # a note\twith\tfields\r\n"
+                   " Images \t PNG Image \t png \t ^\\x89PNG \t 0 \r\n"
+                   "Documents\tPDF\tpdf\t^%PDF-\t0\textra field\n"
+                   "images\tGIF\tgif\t^GIF8\t+2\n"));
   EXPECT_TRUE(dialogs.shown.empty());
-  ASSERT_EQ(types.EntryCount(), 3);
-  EXPECT_EQ(types.Entry(0).typeName, "");
+  EXPECT_EQ(TypeNames(), (Names{"PNG Image", "PDF", "GIF"}));
   const FileTypeDefinition& png = types.Entry(1);
-  EXPECT_EQ(png.category, "Images");
-  EXPECT_EQ(png.typeName, "PNG Image");
-  EXPECT_EQ(png.extensions, "png");
-  EXPECT_EQ(png.header, "^\\x89PNG");
-  EXPECT_FALSE(png.marked);
+  EXPECT_EQ(png.category + "|" + png.extensions + "|" + png.header, "Images|png|^\\x89PNG");
   EXPECT_EQ(types.Entry(3).offset, 2);
-  // Lookups fold case; the index counts within the category from 0.
   EXPECT_EQ(types.CountInCategory("IMAGES"), 2);
+  // The index counts within the category from 0.
   EXPECT_EQ(types.FileTypeInCatArray("images", 1), "GIF");
   EXPECT_EQ(types.FileTypeInCatArray("images", 2), "");
-  EXPECT_EQ(types.CategoryByIndex(2), "Documents");
-  EXPECT_EQ(types.CategoryByIndex(3), "images");
-  EXPECT_EQ(types.CategoryByIndex(0), "");
-  EXPECT_EQ(types.CategoryByIndex(4), "");
-  EXPECT_EQ(types.Categories(), (std::vector<std::string>{"Images", "Documents"}));
+  EXPECT_EQ((Names{types.CategoryByIndex(0), types.CategoryByIndex(3), types.CategoryByIndex(4)}),
+            (Names{"", "images", ""}));
+  EXPECT_EQ(types.Categories(), (Names{"Images", "Documents"}));
   // A second load starts from an empty table.
   ASSERT_TRUE(Load("A\tOne\ta\t\t0\n"));
-  EXPECT_EQ(TypeNames(), std::vector<std::string>{"One"});
+  EXPECT_EQ(TypeNames(), Names{"One"});
 }
 
 TEST_F(HeaderMatchTest, ADamagedFileEndsTheLoadWithAMessageAndKeepsWhatWasRead) {
+  const std::string head = "Could not load file types definitions.\r\n";
   EXPECT_FALSE(types.LoadDefinitionFile(dir / "missing.txt"));
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_EQ(dialogs.shown[0].text,
-            "Could not load file types definitions.\r\n2 : No such file or directory");
-  EXPECT_EQ(types.EntryCount(), 0);
-
+  EXPECT_EQ(dialogs.Texts(), Names{head + "2 : No such file or directory"});
   EXPECT_FALSE(Load("A\tOne\ta\t\t0\nA\tshort line\ta\nA\tThree\ta\t\t0\n"));
-  EXPECT_EQ(TypeNames(), std::vector<std::string>{"One"});
-  EXPECT_EQ(dialogs.shown.back().text,
-            "Could not load file types definitions.\r\n9 : Subscript out of range (line 2 has "
-            "fewer than five tab-separated fields)");
-
-  for (const char* offset : {"x", "", "1.5", "99999999999"}) {
+  EXPECT_EQ(TypeNames(), Names{"One"});
+  EXPECT_EQ(dialogs.shown.back().text, head + "9 : Subscript out of range (line 2 has fewer than "
+                                              "five tab-separated fields)");
+  for (const char* offset : {"x", "", "99999999999"}) {
     EXPECT_FALSE(Load("A\tOne\ta\t\t0\nA\tTwo\ta\t\t"s + offset + "\n")) << offset;
-    EXPECT_EQ(TypeNames(), std::vector<std::string>{"One"}) << offset;
+    EXPECT_EQ(TypeNames(), Names{"One"}) << offset;
   }
-  EXPECT_EQ(dialogs.shown.back().text,
-            "Could not load file types definitions.\r\n13 : Type mismatch (line 2: the offset "
-            "\"99999999999\" is not a whole number)");
+  EXPECT_EQ(dialogs.shown.back().text, head + "13 : Type mismatch (line 2: the offset "
+                                              "\"99999999999\" is not a whole number)");
 }
 
 TEST_F(HeaderMatchTest, AnInvalidPatternIsNamedAndItsTypeKeptForItsExtensions) {
@@ -90,7 +81,7 @@ TEST_F(HeaderMatchTest, AnInvalidPatternIsNamedAndItsTypeKeptForItsExtensions) {
   EXPECT_NE(dialogs.shown[0].text.find("5017 : Syntax error in regular expression (line 1, Broken"),
             std::string::npos)
       << dialogs.shown[0].text;
-  EXPECT_EQ(TypeNames(), (std::vector<std::string>{"Broken", "Good"}));
+  EXPECT_EQ(TypeNames(), (Names{"Broken", "Good"}));
   types.MarkFromTypeString("[a]");
   EXPECT_TRUE(types.CheckFile(dir.WriteFile("x.brk", "(unclosed")));
   EXPECT_FALSE(types.HeaderMatch());
@@ -101,29 +92,22 @@ TEST_F(HeaderMatchTest, AnInvalidPatternIsNamedAndItsTypeKeptForItsExtensions) {
 TEST_F(HeaderMatchTest, MarksByCategoryTypeAndTypeString) {
   ASSERT_TRUE(Load("Img\tPNG\tpng\t\t0\nImg\tGIF\tgif\t\t0\nDoc\tPDF\tpdf\t\t0\n"));
   types.MarkCategory("IMG", true);
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_EQ(dialogs.shown[0].text, "2 types marked");
-  EXPECT_TRUE(types.Entry(1).marked && types.Entry(2).marked && !types.Entry(3).marked);
+  EXPECT_EQ(Marked(), (Names{"PNG", "GIF"}));
   types.MarkCategory("img", false);
-  EXPECT_EQ(dialogs.shown.back().text, "2 types marked");
-  EXPECT_FALSE(types.Entry(1).marked || types.Entry(2).marked);
-
+  EXPECT_EQ(dialogs.Texts(), (Names{"2 types marked", "2 types marked"}));
   types.MarkFileType("pdf", true);
-  EXPECT_TRUE(types.Entry(3).marked);
+  EXPECT_EQ(Marked(), Names{"PDF"});
   EXPECT_EQ(dialogs.shown.size(), 2u) << "marking a type shows nothing";
   types.MarkFileType("PDF", false);
-
-  types.MarkFromTypeString("Img");     // not a term
-  types.MarkFromTypeString("[~Img]");  // no type of that name
-  types.MarkFromTypeString("[");
-  EXPECT_FALSE(types.Entry(1).marked || types.Entry(2).marked || types.Entry(3).marked);
+  // Not a term, no type of that name, a bracket alone: nothing is marked.
+  for (const char* nothing : {"Img", "[~Img]", "["}) types.MarkFromTypeString(nothing);
+  EXPECT_EQ(Marked(), Names{});
   types.MarkFromTypeString("[~gif]");
-  EXPECT_TRUE(types.Entry(2).marked && !types.Entry(1).marked);
   types.MarkFromTypeString("[DOC]");
-  EXPECT_TRUE(types.Entry(3).marked && !types.Entry(1).marked);
+  EXPECT_EQ(Marked(), (Names{"GIF", "PDF"}));
 }
 
-// The definition file shipped beside the program, marked whole.
+// The definition file shipped beside the program.
 class ShippedDefinitionsTest : public HeaderMatchTest {
  protected:
   void SetUp() override {
@@ -135,53 +119,30 @@ class ShippedDefinitionsTest : public HeaderMatchTest {
   }
 };
 
-TEST_F(ShippedDefinitionsTest, EveryLineLoadsAndEveryPatternCompiles) {
+TEST_F(ShippedDefinitionsTest, EveryPatternCompilesAndRealHeadersAreKnownWhateverTheName) {
   ASSERT_GE(types.EntryCount(), 30);
   for (int i = 1; i <= types.EntryCount(); ++i) {
     const FileTypeDefinition& d = types.Entry(i);
-    SCOPED_TRACE(d.typeName);
-    EXPECT_FALSE(d.category.empty() || d.typeName.empty() || d.extensions.empty());
-    EXPECT_FALSE(d.header.empty());
-    EXPECT_NE(d.pattern, nullptr);
+    EXPECT_NE(d.pattern, nullptr) << d.typeName;
     // A comma or bracket in a name would break the terms of the extension field.
-    EXPECT_EQ(d.typeName.find_first_of(",[]~"), std::string::npos);
-    EXPECT_EQ(d.category.find_first_of(",[]~"), std::string::npos);
+    EXPECT_EQ((d.typeName + d.category).find_first_of(",[]~"), std::string::npos) << d.typeName;
   }
-}
-
-TEST_F(ShippedDefinitionsTest, RealHeadersAreKnownWhateverTheFileIsCalled) {
   MarkAll();
-  struct Sample {
-    const char* name;
-    std::string bytes;
-    bool extensionMatch;
-    const char* expected;  // the extensions named by the first type whose header fits
-  };
   std::string tar(512, '\0');
-  tar.replace(0, 9, "notes.txt");
   tar.replace(257, 6, "ustar"s + '\0');
-  const std::vector<Sample> samples = {
+  // Name, first bytes, whether the extension fits, the extensions of the first type that fits.
+  const std::tuple<const char*, std::string, bool, const char*> samples[] = {
       {"photo.png", "\x89PNG\r\n\x1A\n\0\0\0\rIHDR"s, true, "png"},
-      {"holiday.JPG", "\xFF\xD8\xFF\xE0\0\x10JFIF\0"s, true, "jpg;jpeg;jpe;jfif"},
       {"report.txt", "%PDF-1.7\n%\xE2\xE3\xCF\xD3\n"s, false, "pdf"},
-      {"letter.doc", "\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1"s + std::string(8, '\0'), true,
-       "doc;dot;xls;xlt;ppt;pps;pot;msg;vsd;pub;mpp"},
       {"backup.tar", tar, true, "tar"},
-      {"clip.mp4",
-       "\0\0\0\x20"
-       "ftypisom\0\0\x02\0"s,
-       true, "mp4;m4v;m4a;m4b;3gp;3g2"},
-      {"tool",
-       "\x7F"
-       "ELF\x02\x01\x01"s,
-       false, "elf;so;o;ko;bin;axf"},
+      {"tool", "\x7F" "ELF\x02\x01\x01"s, false, "elf;so;o;ko;bin;axf"},
   };
-  for (const Sample& s : samples) {
-    SCOPED_TRACE(s.name);
-    EXPECT_TRUE(types.CheckFile(dir.WriteFile(s.name, s.bytes)));
+  for (const auto& [name, bytes, extensionMatch, expected] : samples) {
+    SCOPED_TRACE(name);
+    EXPECT_TRUE(types.CheckFile(dir.WriteFile(name, bytes)));
     EXPECT_TRUE(types.HeaderMatch());
-    EXPECT_EQ(types.ExtensionMatch(), s.extensionMatch);
-    EXPECT_EQ(types.ExtensionExpected(), s.expected);
+    EXPECT_EQ(types.ExtensionMatch(), extensionMatch);
+    EXPECT_EQ(types.ExtensionExpected(), expected);
   }
   EXPECT_EQ(types.ExtensionActual(), "");
   EXPECT_TRUE(dialogs.shown.empty());
@@ -194,7 +155,6 @@ TEST_F(ShippedDefinitionsTest, OnlyMarkedTypesCountAndTheFirstInTableOrderNamesT
   types.MarkFromTypeString("[Archives]");
   EXPECT_TRUE(types.CheckFile(zip));
   EXPECT_TRUE(types.ExtensionMatch() && types.HeaderMatch());
-  EXPECT_EQ(types.ExtensionExpected(), "zip");
   // The newer office documents are zips too, and stand earlier in the table.
   types.MarkFromTypeString("[Documents]");
   EXPECT_TRUE(types.CheckFile(zip));
@@ -207,24 +167,19 @@ TEST_F(ShippedDefinitionsTest, OnlyMarkedTypesCountAndTheFirstInTableOrderNamesT
   // A file that opens but can't be read says so (the start of this process's memory is never
   // mapped, so reading it fails).
   EXPECT_FALSE(types.CheckFile("/proc/self/mem"));
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_EQ(dialogs.shown[0].text,
-            "Error checking file type for /proc/self/mem\r\n5 : Input/output error");
+  EXPECT_EQ(dialogs.Texts(), Names{"Error checking file type for /proc/self/mem\r\n5 : Input/output error"});
 }
 
 TEST_F(ShippedDefinitionsTest, CheckingAFileLeavesItsTimesAsTheyWere) {
   MarkAll();
   const std::string file = dir.WriteFile("photo.png", "\x89PNG\r\n\x1A\n"s + std::string(4000, 'x'));
   // An access time older than the modification time: any read would move it.
-  const struct timespec old[2] = {{1000000000, 123456789}, {1100000000, 987654321}};
-  ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), old, 0), 0);
+  test::SetTimes(file, {1000000000, 123456789}, {1100000000, 987654321});
   ASSERT_TRUE(types.CheckFile(file));
   struct stat st {};
   ASSERT_EQ(stat(file.c_str(), &st), 0);
-  EXPECT_EQ(st.st_atim.tv_sec, old[0].tv_sec);
-  EXPECT_EQ(st.st_atim.tv_nsec, old[0].tv_nsec);
-  EXPECT_EQ(st.st_mtim.tv_sec, old[1].tv_sec);
-  EXPECT_EQ(st.st_mtim.tv_nsec, old[1].tv_nsec);
+  EXPECT_EQ(std::pair(st.st_atim.tv_sec, st.st_atim.tv_nsec), std::pair(1000000000L, 123456789L));
+  EXPECT_EQ(std::pair(st.st_mtim.tv_sec, st.st_mtim.tv_nsec), std::pair(1100000000L, 987654321L));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <iterator>
 
 #include "support/temp_dir.h"
 
@@ -43,30 +44,25 @@ class ConfinedIoTest : public ::testing::Test {
   }
 };
 
-TEST_F(ConfinedIoTest, ALinkAtAFilesNameIsReplacedNeverWrittenThrough) {
+TEST_F(ConfinedIoTest, ALinkOrFifoAtAFilesNameIsReplacedNeverWrittenThrough) {
+  ASSERT_EQ(mkfifo((root + "/fifo").c_str(), 0600), 0);
   for (int flags : {O_CREAT | O_TRUNC, O_APPEND, O_CREAT | O_APPEND}) {
     const std::string at = root + "/log" + std::to_string(flags);
     Link(victim, at);
     EXPECT_EQ(Write(at, flags), 0) << flags;
-    EXPECT_TRUE(IsRealFile(at));
-    EXPECT_EQ(test::ReadBytes(at), "new");
+    EXPECT_TRUE(IsRealFile(at) && test::ReadBytes(at) == "new") << flags;
   }
+  // A FIFO at a log's name cannot stall the run.
+  EXPECT_EQ(Write(root + "/fifo", O_APPEND), 0);
+  EXPECT_TRUE(IsRealFile(root + "/fifo"));
   // A dangling link is not followed to create its target either.
   Link(outside + "/created", root + "/dangling");
   EXPECT_EQ(Write(root + "/dangling", O_CREAT | O_TRUNC), 0);
-  EXPECT_FALSE(fs::exists(outside + "/created"));
   // Create-new treats a link as an existing file.
   Link(outside + "/excl", root + "/excl");
   EXPECT_EQ(Write(root + "/excl", O_CREAT | O_EXCL), EEXIST);
-  EXPECT_TRUE(fs::is_symlink(root + "/excl"));
   EXPECT_EQ(test::ReadBytes(victim), "keep");
-  EXPECT_EQ(fs::directory_iterator(outside)->path().string(), victim) << "nothing new outside";
-}
-
-TEST_F(ConfinedIoTest, AFifoAtALogsNameCannotStallTheRun) {
-  ASSERT_EQ(mkfifo((root + "/fifo").c_str(), 0600), 0);
-  EXPECT_EQ(Write(root + "/fifo", O_APPEND), 0);
-  EXPECT_TRUE(IsRealFile(root + "/fifo"));
+  EXPECT_EQ(std::distance(fs::directory_iterator(outside), {}), 1) << "nothing new outside";
 }
 
 TEST_F(ConfinedIoTest, NoFolderBelowTheRootIsReachedThroughALink) {
@@ -74,10 +70,11 @@ TEST_F(ConfinedIoTest, NoFolderBelowTheRootIsReachedThroughALink) {
   EXPECT_EQ(Write(root + "/sub/f.txt", O_CREAT | O_TRUNC), ENOTDIR);
   EXPECT_FALSE(FolderExistsNoFollow(root + "/sub"));
   const struct timespec ts[2] = {{1000, 0}, {1000, 0}};
-  EXPECT_EQ(SetTimesAt(root + "/sub/victim", ts), ENOTDIR);
-  EXPECT_EQ(ChangeMode(root + "/sub/victim", 0600), ENOTDIR);
-  EXPECT_EQ(RenameNoReplace(root + "/sub/victim", root + "/taken"), ENOTDIR);
-  EXPECT_EQ(RemoveFile(root + "/sub/victim"), ENOTDIR);
+  const std::string through = root + "/sub/victim";
+  EXPECT_EQ(SetTimesAt(through, ts), ENOTDIR);
+  EXPECT_EQ(ChangeMode(through, 0600), ENOTDIR);
+  EXPECT_EQ(RenameNoReplace(through, root + "/taken"), ENOTDIR);
+  EXPECT_EQ(RemoveFile(through), ENOTDIR);
   EXPECT_EQ(Write(root + "/../outside/victim", O_TRUNC), EACCES) << "no dot part is walked";
   EXPECT_EQ(test::ReadBytes(victim), "keep");
   // A folder that is needed replaces the link.
@@ -96,13 +93,11 @@ TEST_F(ConfinedIoTest, TimesAndModeGoToTheLinkNeverToItsTarget) {
   EXPECT_NE(ChangeMode(root + "/l", 0600), 0);
   struct stat after {};
   ASSERT_EQ(stat(victim.c_str(), &after), 0);
-  EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
-  EXPECT_EQ(after.st_mode, before.st_mode);
-  EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec);
+  EXPECT_EQ(std::tuple(after.st_mtim.tv_sec, after.st_mode, after.st_ctim.tv_nsec),
+            std::tuple(before.st_mtim.tv_sec, before.st_mode, before.st_ctim.tv_nsec));
   // The collision rule sees the link itself, even a dangling one.
   Link(outside + "/nowhere", root + "/d");
-  EXPECT_TRUE(NonFolderEntryExists(root + "/d"));
-  EXPECT_TRUE(LinkOrSpecialAt(root + "/d"));
+  EXPECT_TRUE(NonFolderEntryExists(root + "/d") && LinkOrSpecialAt(root + "/d"));
   EXPECT_FALSE(NonFolderEntryExists(root + "/none"));
   EXPECT_TRUE(RemoveLinkAt(root + "/d"));
   EXPECT_FALSE(RemoveLinkAt(root + "/d"));
@@ -117,8 +112,7 @@ TEST_F(ConfinedIoTest, OutsideEveryRootPathsAreTakenAsNamed) {
   EXPECT_FALSE(IsConfined(root + "/x"));
   SetConfinedRoots({root, root + "/deeper"});
   EXPECT_TRUE(IsConfined(root + "/x"));
-  EXPECT_FALSE(IsConfined(root));
-  EXPECT_FALSE(IsConfined(root + "x/y"));
+  EXPECT_FALSE(IsConfined(root) || IsConfined(root + "x/y"));
   EXPECT_FALSE(RemoveLinkAt(dir / "linked.ini")) << "outside the roots nothing is removed";
   // A root is taken as the person names it, through a link of its own.
   SetConfinedRoots({});

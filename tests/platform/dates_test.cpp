@@ -27,16 +27,14 @@ std::string Fields(const LocalDateTime& t) {
          std::to_string(t.second);
 }
 
-TEST(GeneralDateTest, TwelveHourClockAndNoTimeAtMidnight) {
+TEST(DateTextTest, TwelveHourClockNoTimeAtMidnightAndTheMediumForm) {
   EXPECT_EQ(GeneralDate(At(2024, 1, 5)), "1/5/2024");
   EXPECT_EQ(GeneralDate(At(2024, 1, 5, 0, 0, 1)), "1/5/2024 12:00:01 AM");
   EXPECT_EQ(GeneralDate(At(2024, 1, 5, 11, 59, 59)), "1/5/2024 11:59:59 AM");
   EXPECT_EQ(GeneralDate(At(2024, 1, 5, 12, 0, 0)), "1/5/2024 12:00:00 PM");
   EXPECT_EQ(GeneralDate(At(2024, 12, 31, 13, 5, 9)), "12/31/2024 1:05:09 PM");
   EXPECT_EQ(GeneralDate(At(987, 3, 4, 0, 30, 0)), "3/4/0987 12:30:00 AM");
-}
-
-TEST(MediumDateTest, TwoDigitDayEnglishMonthTwoDigitYear) {
+  // The medium form: two-digit day, English month, two-digit year.
   EXPECT_EQ(MediumDate(At(2026, 11, 15)), "15-Nov-26");
   EXPECT_EQ(MediumDate(At(2024, 1, 5, 13, 0, 0)), "05-Jan-24");
   EXPECT_EQ(MediumDate(At(2000, 5, 31)), "31-May-00");

@@ -58,193 +58,120 @@ bool FailStatCallsWith(int err) {
          prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
 
-TEST(PathFormsTest, LexicallyCleanLeavesNoDotParts) {
+TEST(PathFormsTest, LexicallyCleanTrimAtNullAndShortNames) {
   const std::pair<const char*, const char*> cases[] = {
-      {"/tmp/../../tmp/x/src", "/tmp/x/src"},
-      {"/a/./b/../c/", "/a/c/"},
-      {"/..", "/"},
-      {"/../", "/"},
-      {"/", "/"},
-      {"/a//b///c", "/a/b/c"},
-      {"/a/b/..", "/a"},
+      {"/tmp/../../tmp/x/src", "/tmp/x/src"}, {"/a/./b/../c/", "/a/c/"}, {"/../", "/"},
+      {"/a//b///c", "/a/b/c"}, {"/a/b/..", "/a"},
       {"/a/..b/.c/...", "/a/..b/.c/..."},  // names that merely begin with dots stay
-      {"//srv/share/../x/", "//srv/x/"},
-      {"///a", "/a"},
-      {"a/../../b", "b"},
-      {"", ""},
+      {"//srv/share/../x/", "//srv/x/"}, {"///a", "/a"}, {"a/../../b", "b"}, {"", ""},
   };
   for (const auto& [in, out] : cases) EXPECT_EQ(LexicallyClean(in), out) << in;
-}
-
-TEST(PathFormsTest, TrimAtNullCutsAtTheFirstNul) {
   EXPECT_EQ(TrimAtNull(std::string_view("abc\0def", 7)), "abc");
-  EXPECT_EQ(TrimAtNull(std::string_view("\0x", 2)), "");
-  EXPECT_EQ(TrimAtNull("no nul"), "no nul");
-}
 
-TEST(ShortNameTest, PatternAndLength) {
-  EXPECT_TRUE(MatchesShortNamePattern("PROGRA~1.TXT"));
-  EXPECT_TRUE(MatchesShortNamePattern("progra~9.txt"));
   EXPECT_TRUE(MatchesShortNamePattern("AB CD~~1.~~~"));
-  EXPECT_FALSE(MatchesShortNamePattern("PROGRA~X.TXT")) << "# wants a digit";
-  EXPECT_FALSE(MatchesShortNamePattern("PROGRAM~1.TXT"));
-  EXPECT_FALSE(MatchesShortNamePattern("PROGRA~1.TX"));
-  EXPECT_FALSE(MatchesShortNamePattern("/tmp/PROGRA~1.TXT")) << "a full path never matches";
-
-  // Twelve characters, one of them two bytes long.
-  EXPECT_TRUE(LooksLikeShortName("ÄBCDEF~1.TXT"));
-  // Twelve code points match the pattern, but one outside the BMP is two UTF-16 units.
-  EXPECT_TRUE(
-      MatchesShortNamePattern("\xF0\x9F\x98\x80"
-                              "BCDEF~1.TXT"));
-  EXPECT_FALSE(
-      LooksLikeShortName("\xF0\x9F\x98\x80"
-                         "BCDEF~1.TXT"));
+  for (const char* no : {"PROGRA~X.TXT", "PROGRAM~1.TXT", "PROGRA~1.TX", "/tmp/PROGRA~1.TXT"}) {
+    EXPECT_FALSE(MatchesShortNamePattern(no)) << no;
+  }
+  // Twelve characters, one of them two bytes long; but one outside the BMP is two UTF-16 units.
+  EXPECT_TRUE(LooksLikeShortName("\xC3\x84" "BCDEF~1.TXT"));
+  EXPECT_TRUE(MatchesShortNamePattern("\xF0\x9F\x98\x80" "BCDEF~1.TXT"));
+  EXPECT_FALSE(LooksLikeShortName("\xF0\x9F\x98\x80" "BCDEF~1.TXT"));
 }
 
-class FileExistsTest : public ::testing::Test {
- protected:
-  TempDir tmp;
-  RecordingReporter reporter;
-
-  void TearDown() override {
-    EXPECT_TRUE(reporter.boxes.empty());
-    EXPECT_TRUE(reporter.silentLines.empty());
+// What each look reports, as "exists:boxes/silent lines".
+std::string Looked(const std::string& path, bool silent = false) {
+  RecordingReporter r;
+  r.silent = silent;
+  std::string out = std::to_string(FileExists(path, &r)) + ":";
+  for (const auto& [text, icon] : r.boxes) {
+    out += "box(" + std::to_string(static_cast<int>(icon)) + ") " + text + "|";
   }
-};
+  for (const auto& line : r.silentLines) out += line + "|";
+  return out;
+}
 
-TEST_F(FileExistsTest, OnlyRegularFilesExist) {
+TEST(FileExistsTest, OnlyRegularFilesExistAndNothingIsReported) {
+  TempDir tmp;
   const std::string file = tmp.WriteFile("it's, a file.txt", "x");
   const std::string folder = tmp.MakeDir("folder");
   ASSERT_EQ(symlink(file.c_str(), (tmp / "filelink").c_str()), 0);
   ASSERT_EQ(symlink(folder.c_str(), (tmp / "dirlink").c_str()), 0);
   ASSERT_EQ(symlink("nowhere", (tmp / "dangling").c_str()), 0);
   ASSERT_EQ(mkfifo((tmp / "fifo").c_str(), 0644), 0);
-
-  EXPECT_TRUE(FileExists(file, &reporter));
-  EXPECT_TRUE(FileExists(tmp / "filelink", &reporter));
-  EXPECT_FALSE(FileExists(folder, &reporter));
-  EXPECT_FALSE(FileExists(tmp / "dirlink", &reporter));
-  EXPECT_FALSE(FileExists(tmp / "dangling", &reporter));
-  EXPECT_FALSE(FileExists(tmp / "fifo", &reporter));
-  EXPECT_FALSE(FileExists(tmp / "missing", &reporter));
-  EXPECT_FALSE(FileExists(file + "/below", &reporter));  // through a file: not a folder
-  EXPECT_FALSE(FileExists("", &reporter));
-  EXPECT_FALSE(FileExists(tmp / std::string(5000, 'n'), &reporter));
-}
-
-TEST_F(FileExistsTest, BareShortNameIsRefusedWithoutLooking) {
   tmp.WriteFile("PROGRA~1.TXT", "x");
+  EXPECT_EQ(Looked(file) + Looked(tmp / "filelink"), "1:1:");
+  for (const std::string& no : {folder, tmp / "dirlink", tmp / "dangling", tmp / "fifo",
+                                file + "/below", std::string(), tmp / std::string(5000, 'n')}) {
+    EXPECT_EQ(Looked(no), "0:") << no;
+  }
+  // A bare short name is refused without looking; with a folder in front it is looked up.
   const auto outcome = test::RunInChild([&](std::string& out) {
     if (chdir(tmp.path().c_str()) != 0) return test::kChildCannotSetUp;
-    out = std::to_string(FileExists("./PROGRA~1.TXT")) + std::to_string(FileExists("PROGRA~1.TXT"));
+    out = Looked("./PROGRA~1.TXT") + Looked("PROGRA~1.TXT");
     return 0;
   });
-  ASSERT_EQ(outcome.exitCode, 0);
-  EXPECT_EQ(outcome.output, "10");
+  EXPECT_EQ(outcome.output, "1:0:");
 }
 
-TEST_F(FileExistsTest, DeniedFolderIsAbsenceNotAFailure) {
-  if (!test::CanBecomeNobody()) GTEST_SKIP() << "needs root to run the case as user nobody";
+TEST(FileExistsTest, UnexpectedFailureIsReportedAndADeniedFolderIsAbsence) {
+  TempDir tmp;
   ASSERT_EQ(chmod(tmp.path().c_str(), 0700), 0);
-  const std::string file = tmp.WriteFile("secret.txt", "x");
-  const auto outcome = test::RunInChild([&](std::string& out) {
-    if (!test::BecomeNobody()) return test::kChildCannotSetUp;
-    RecordingReporter r;
-    const bool exists = FileExists(file, &r);
-    out = std::to_string(r.boxes.size() + r.silentLines.size());
-    return exists ? 1 : 0;
-  });
-  ASSERT_NE(outcome.exitCode, test::kChildCannotSetUp) << "could not become nobody";
-  EXPECT_EQ(outcome.exitCode, 0);
-  EXPECT_EQ(outcome.output, "0");
-  EXPECT_TRUE(FileExists(file, &reporter));
-}
-
-// Runs FileExists on a disk whose every look fails with EIO; returns what was reported.
-test::ChildOutcome FileExistsOnFailingDisk(const std::string& path, bool silent) {
-  return test::RunInChild([&](std::string& out) {
-    RecordingReporter r;
-    r.silent = silent;
-    if (!FailStatCallsWith(EIO)) return test::kChildCannotSetUp;
-    const bool exists = FileExists(path, &r);
-    for (const auto& [text, icon] : r.boxes) {
-      out += "box(" + std::to_string(static_cast<int>(icon)) + "):" + text + "\n";
-    }
-    for (const auto& line : r.silentLines) out += "silent:" + line + "\n";
-    return exists ? 1 : 0;
-  });
-}
-
-TEST(FileExistsFailureTest, UnexpectedFailureIsReportedAndGivesFalse) {
-  TempDir tmp;
   const std::string file = tmp.WriteFile("a.txt", "x");
-  const std::string description = std::strerror(EIO);
-
-  const auto shown = FileExistsOnFailingDisk(file, false);
-  if (shown.exitCode == test::kChildCannotSetUp) GTEST_SKIP() << "cannot inject a failure here";
-  EXPECT_EQ(shown.exitCode, 0);
-  EXPECT_EQ(shown.output, "box(0):File determination failure:\r\n" + file +
-                              "\r\n5 : " + description + "\nsilent:File determination failure (" +
-                              file + ") 5 : " + description + "\n");
-
-  const auto silent = FileExistsOnFailingDisk(file, true);
-  EXPECT_EQ(silent.exitCode, 0);
-  EXPECT_EQ(silent.output,
-            "silent:File determination failure (" + file + ") 5 : " + description + "\n");
-}
-
-class FileOrDirExistsTest : public ::testing::Test {
- protected:
-  TempDir tmp;
-};
-
-TEST_F(FileOrDirExistsTest, FolderModeAndFolderIgnoredWhenAFileIsGiven) {
-  const std::string empty = tmp.MakeDir("empty folder");
-  EXPECT_TRUE(FileOrDirExists("", empty));
-  EXPECT_TRUE(FileOrDirExists("", empty + "/"));
-  EXPECT_FALSE(FileOrDirExists("", tmp / "missing"));
-  EXPECT_FALSE(FileOrDirExists("", tmp.WriteFile("a.txt", "x")));
-  EXPECT_FALSE(FileOrDirExists("", ""));
-  EXPECT_TRUE(FileOrDirExists(tmp / "a.txt", "/no/such/folder"));
-  // Not folder mode: the existing folder does not make a missing file present.
-  EXPECT_FALSE(FileOrDirExists(tmp / "b.txt", tmp.path()));
-}
-
-TEST_F(FileOrDirExistsTest, FileModeFoldsCaseAndPassesOverNormalEntries) {
-  tmp.WriteFile("readme.TXT", "x");
-  tmp.WriteFile("äpfel, 'grün'.txt", "x");
-  tmp.MakeDir("Sub Folder");
-  ASSERT_EQ(mkfifo((tmp / "pipe").c_str(), 0644), 0);
-
-  EXPECT_TRUE(FileOrDirExists(tmp / "README.txt", ""));
-  EXPECT_TRUE(FileOrDirExists(tmp / "ÄPFEL, 'GRÜN'.TXT", ""));
-  EXPECT_TRUE(FileOrDirExists(tmp / "sub folder", ""));
-  EXPECT_FALSE(FileOrDirExists(tmp / "readme.txt.bak", ""));
-  // A FIFO carries only the normal attribute, which this mode passes over.
-  EXPECT_FALSE(FileOrDirExists(tmp / "pipe", ""));
-  EXPECT_FALSE(FileOrDirExists(tmp / "missing/readme.TXT", ""));
-  EXPECT_FALSE(FileOrDirExists("readme.TXT", "")) << "a bare name has no folder to list";
-}
-
-TEST_F(FileOrDirExistsTest, DeniedListingCountsAsAbsent) {
+  const std::string line = "File determination failure (" + file + ") 5 : " + std::strerror(EIO);
+  const auto failing = test::RunInChild([&](std::string& out) {
+    if (!FailStatCallsWith(EIO)) return test::kChildCannotSetUp;
+    out = Looked(file) + "\n" + Looked(file, /*silent=*/true);
+    return 0;
+  });
+  if (failing.exitCode != test::kChildCannotSetUp) {
+    EXPECT_EQ(failing.output, "0:box(0) File determination failure:\r\n" + file + "\r\n5 : " +
+                                  std::strerror(EIO) + "|" + line + "|\n0:" + line + "|");
+  }
   if (!test::CanBecomeNobody()) GTEST_SKIP() << "needs root to run the case as user nobody";
+  const auto denied = test::RunAsNobody([&](std::string& out) {
+    out = Looked(file);
+    return 0;
+  });
+  EXPECT_EQ(denied.output, "0:") << "a denied folder is absence, not a failure";
+}
+
+TEST(FileOrDirExistsTest, FolderModeAndFileModeWhichFoldsCase) {
+  TempDir tmp;
+  const std::string empty = tmp.MakeDir("empty folder");
+  tmp.WriteFile("readme.TXT", "x");
+  tmp.WriteFile("\xC3\xA4pfel, 'gr\xC3\xBCn'.txt", "x");
+  ASSERT_EQ(mkfifo((tmp / "pipe").c_str(), 0644), 0);
+  const std::tuple<std::string, std::string, bool> cases[] = {
+      {"", empty, true}, {"", empty + "/", true}, {"", tmp / "missing", false},
+      {"", tmp / "readme.TXT", false}, {"", "", false},
+      {tmp / "readme.TXT", "/no/such/folder", true},  // a file given: the folder is ignored
+      {tmp / "b.txt", tmp.path(), false},
+      {tmp / "README.txt", "", true}, {tmp / "\xC3\x84PFEL, 'GR\xC3\x9CN'.TXT", "", true},
+      {tmp / "EMPTY FOLDER", "", true}, {tmp / "readme.txt.bak", "", false},
+      {tmp / "pipe", "", false},  // only the normal attribute, which this mode passes over
+      {tmp / "missing/readme.TXT", "", false},
+      {"readme.TXT", "", false},  // a bare name has no folder to list
+  };
+  for (const auto& [file, folder, exists] : cases) {
+    EXPECT_EQ(FileOrDirExists(file, folder), exists) << "'" << file << "' '" << folder << "'";
+  }
+}
+
+TEST(FileOrDirExistsTest, DeniedListingCountsAsAbsent) {
+  if (!test::CanBecomeNobody()) GTEST_SKIP() << "needs root to run the case as user nobody";
+  TempDir tmp;
   ASSERT_EQ(chmod(tmp.path().c_str(), 0755), 0);
   const std::string denied = tmp.MakeDir("denied");
   tmp.WriteFile("denied/a.txt", "x");
   // Searchable but not readable: the folder and its file can be reached, not listed.
   ASSERT_EQ(chmod(denied.c_str(), 0711), 0);
-  const auto outcome = test::RunInChild([&](std::string& out) {
-    if (!test::BecomeNobody()) return test::kChildCannotSetUp;
-    out += FileOrDirExists("", tmp.path()) ? "parent " : "no-parent ";
-    out += FileOrDirExists("", denied) ? "folder " : "no-folder ";
-    out += FileOrDirExists(denied + "/a.txt", "") ? "file" : "no-file";
+  const auto outcome = test::RunAsNobody([&](std::string& out) {
+    out = std::to_string(FileOrDirExists("", tmp.path())) +
+          std::to_string(FileOrDirExists("", denied)) +
+          std::to_string(FileOrDirExists(denied + "/a.txt", ""));
     return 0;
   });
-  ASSERT_NE(outcome.exitCode, test::kChildCannotSetUp) << "could not become nobody";
-  ASSERT_EQ(outcome.exitCode, 0);
-  EXPECT_EQ(outcome.output, "parent no-folder no-file");
-  EXPECT_TRUE(FileOrDirExists("", denied));
+  EXPECT_EQ(outcome.output, "100");
   EXPECT_TRUE(FileOrDirExists(denied + "/a.txt", ""));
 }
 

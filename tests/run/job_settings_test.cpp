@@ -2,158 +2,101 @@
 
 #include <gtest/gtest.h>
 
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include <functional>
+
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
-using test::FakeDialogs;
-using test::TempDir;
+using List = std::vector<std::string>;
 
 TEST(OptionString, FollowsBoxOrderAndDropsTheLastBlank) {
   JobSettings s;
-  // Start values: data, attributes, timestamps, backup, subfolders, failover.
   EXPECT_EQ(GetOptionString(s), "/COPY:DAT /B /S /ZB /R:4 /W:2");
-
-  s.CopyData = s.CopyAttributes = s.CopyTimestamps = false;
-  s.CopyBackup = s.CopySubs = s.CopyZB = false;
+  s.CopyData = s.CopyAttributes = s.CopyTimestamps = s.CopyBackup = s.CopySubs = s.CopyZB = false;
   EXPECT_EQ(GetOptionString(s), "/R:4 /W:2");
-
-  s.CopyData = true;
-  EXPECT_EQ(GetOptionString(s), "/COPY:D /R:4 /W:2");
-
-  s.CopyTimestamps = s.CopySubs = true;
+  s.CopyData = s.CopyTimestamps = s.CopySubs = true;
   EXPECT_EQ(GetOptionString(s), "/COPY:DT /S /R:4 /W:2");
-
-  s.CopyAttributes = s.CopySecurity = s.CopyOwner = s.CopyAudit = true;
-  s.CopyRestartable = true;
+  s.CopyAttributes = s.CopySecurity = s.CopyOwner = s.CopyAudit = s.CopyRestartable = true;
   EXPECT_EQ(GetOptionString(s), "/COPY:DATSOU /Z /S /R:4 /W:2");
+
+  // A file list entry: the first eleven characters of the trimmed entry.
+  for (const char* yes : {"   [File List]/x", "[File List]"}) EXPECT_TRUE(IsFileList(yes)) << yes;
+  for (const char* no : {"[file list] /x", "[File Lis", "/data/[File List] x"}) {
+    EXPECT_FALSE(IsFileList(no)) << no;
+  }
 }
 
-TEST(FileListEntry, ComparesTheFirstElevenCharactersOfTheTrimmedEntry) {
-  EXPECT_TRUE(IsFileList("[File List] /data/list.txt"));
-  EXPECT_TRUE(IsFileList("   [File List]/x"));
-  EXPECT_TRUE(IsFileList("[File List]"));
-  EXPECT_FALSE(IsFileList("[file list] /x"));
-  EXPECT_FALSE(IsFileList("[File Lis"));
-  EXPECT_FALSE(IsFileList("/data/[File List] x"));
-  EXPECT_FALSE(IsFileList(""));
-}
-
-class ExtensionListTest : public ::testing::Test {
- protected:
+TEST(ExtensionList, WhatFollowsTheFirstPointOfEachPieceOrLineAndAMissingListFile) {
+  test::RunFixture run;
   JobSettings s;
-  FakeDialogs dialogs;
-  TempDir dir;
-  void Build() { BuildExtensionList(s, dialogs, "T"); }
-};
-
-TEST_F(ExtensionListTest, TakesWhatFollowsTheFirstPointOfEachPiece) {
-  s.Extensions = "doc, .xls,*.PDF,";
-  Build();
-  EXPECT_EQ(s.ExtensionList, (std::vector<std::string>{"doc", "xls", "pdf"}));
-
-  s.Extensions = "*.tar.gz,txt.,  ,x";
-  Build();
-  EXPECT_EQ(s.ExtensionList, (std::vector<std::string>{"tar.gz", "x"}));
-  EXPECT_TRUE(dialogs.shown.empty());
+  auto build = [&](const std::string& box, const std::string& listFile = "") {
+    s.Extensions = box;
+    s.ExtListFile = listFile;
+    BuildExtensionList(s, run.dialogs, "T");
+    return s.ExtensionList;
+  };
+  EXPECT_EQ(build("doc, .xls,*.PDF,"), (List{"doc", "xls", "pdf"}));
+  EXPECT_EQ(build("*.tar.gz,txt.,  ,x"), (List{"tar.gz", "x"}));
+  EXPECT_EQ(build("doc\r\nXLS\nrtf\rodt"), (List{"doc", "xls", "rtf", "odt"}));
+  EXPECT_EQ(build("doc", run.dir.WriteFile("exts.txt", "jpg, .PNG\r\n*.gif,tif.\r\n\r\nraw")),
+            (List{"doc", "jpg", "png", "gif", "raw"}));
+  EXPECT_TRUE(run.dialogs.shown.empty());
+  // A missing list file, or a folder of that name, is reported and the box still counts.
+  EXPECT_EQ(build("doc", run.dir / "missing.txt"), List{"doc"});
+  build("", run.dir.MakeDir("folder.txt"));
+  const std::string notFound = "\r\nCould not be found.";
+  EXPECT_EQ(run.dialogs.Texts(),
+            (List{"The extension list file:\r\n" + run.dir / "missing.txt" + notFound,
+                  "The extension list file:\r\n" + run.dir / "folder.txt" + notFound}));
+  EXPECT_EQ(run.dialogs.shown[0].title, "T");
 }
 
-TEST_F(ExtensionListTest, LineEndsCountAsCommas) {
-  s.Extensions = "doc\r\nXLS\nrtf\rodt";
-  Build();
-  EXPECT_EQ(s.ExtensionList, (std::vector<std::string>{"doc", "xls", "rtf", "odt"}));
+// The engines, the copy modes and the enabled boxes, as letters.
+std::string Boxes(const JobSettings& s) {
+  std::string out;
+  for (const auto& [on, letter] :
+       {std::pair{s.Robocopy, 'R'}, {s.Ravelin, 'V'}, {s.CopyBackup, 'B'}, {s.CopyZB, 'b'},
+        {s.CopyRestartable, 'Z'}, {s.enabled.RootFolders, 'r'}, {s.enabled.CreateSubs, 'c'},
+        {s.enabled.HashSource, 'h'}, {s.enabled.HashDest, 'd'}, {s.enabled.ManualFlagsText, 'm'},
+        {s.enabled.RobocopyFlagBoxes, 'f'}}) {
+    if (on) out += letter;
+  }
+  return out;
 }
 
-TEST_F(ExtensionListTest, ReadsTheListFileLineByLine) {
-  s.Extensions = "doc";
-  s.ExtListFile = dir.WriteFile("exts.txt", "jpg, .PNG\r\n*.gif,tif.\r\n\r\nraw");
-  Build();
-  EXPECT_EQ(s.ExtensionList, (std::vector<std::string>{"doc", "jpg", "png", "gif", "raw"}));
-}
-
-TEST_F(ExtensionListTest, AMissingListFileIsReportedAndTheBoxStillCounts) {
-  s.Extensions = "doc";
-  s.ExtListFile = dir / "missing.txt";
-  Build();
-  EXPECT_EQ(s.ExtensionList, (std::vector<std::string>{"doc"}));
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_EQ(dialogs.shown[0].text,
-            "The extension list file:\r\n" + dir / "missing.txt" + "\r\nCould not be found.");
-  EXPECT_EQ(dialogs.shown[0].title, "T");
-}
-
-TEST_F(ExtensionListTest, AListThatCannotBeReadIsReported) {
-  s.ExtListFile = dir.WriteFile("exts.txt", "jpg");
-  // A folder of that name is not a file: FileExists refuses it before any read.
-  s.ExtListFile = dir.MakeDir("folder.txt");
-  Build();
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_NE(dialogs.shown[0].text.find("Could not be found."), std::string::npos);
-}
-
-TEST(DialogRules, EnginesExcludeEachOtherWithExactlyOneOn) {
-  JobSettings s;
-  SetRobocopy(s, true);
-  EXPECT_TRUE(s.Robocopy);
-  EXPECT_FALSE(s.Ravelin);
-  // Clicking the engine box that is on turns on the other.
-  SetRobocopy(s, false);
-  EXPECT_TRUE(s.Ravelin);
-  EXPECT_FALSE(s.Robocopy);
-  SetRavelin(s, false);
-  EXPECT_TRUE(s.Robocopy);
-  // Setting a value it already has fires nothing.
-  SetRobocopy(s, true);
-  EXPECT_FALSE(s.Ravelin);
-}
-
-TEST(DialogRules, AtMostOneCopyModeIsOn) {
-  JobSettings s;  // backup and failover both on at start
-  SetCopyRestartable(s, true);
-  EXPECT_TRUE(s.CopyRestartable);
-  EXPECT_FALSE(s.CopyBackup);
-  EXPECT_FALSE(s.CopyZB);
-  SetCopyZB(s, true);
-  EXPECT_FALSE(s.CopyRestartable);
-  SetCopyBackup(s, true);
-  EXPECT_FALSE(s.CopyZB);
-  SetCopyBackup(s, false);
-  EXPECT_FALSE(s.CopyBackup || s.CopyZB || s.CopyRestartable);
-}
-
-TEST(DialogRules, EnablingFollowsTheBoxes) {
+TEST(DialogRules, ClicksInOrder) {
   JobSettings s;
   // Root folders stay disabled at start although full paths are off; the first click settles it.
-  EXPECT_FALSE(s.enabled.RootFolders);
-  SetFullPaths(s, true);
-  EXPECT_TRUE(s.enabled.RootFolders);
-  EXPECT_FALSE(s.enabled.CreateSubs);
-  SetFullPaths(s, false);
-  EXPECT_FALSE(s.enabled.RootFolders);
-  EXPECT_TRUE(s.enabled.CreateSubs);
-
-  SetCreateLog(s, false);
-  EXPECT_FALSE(s.enabled.HashSource || s.enabled.HashDest);
+  const std::pair<std::function<void()>, const char*> clicks[] = {
+      {[] {}, "VBbchdf"},
+      {[&] { SetRobocopy(s, true); }, "RBbchdf"},
+      // Clicking the engine box that is on turns on the other; setting a value it has fires nothing.
+      {[&] { SetRobocopy(s, false); }, "VBbchdf"},
+      {[&] { SetRavelin(s, false); }, "RBbchdf"},
+      {[&] { SetRobocopy(s, true); }, "RBbchdf"},
+      // At most one copy mode is on.
+      {[&] { SetCopyRestartable(s, true); }, "RZchdf"},
+      {[&] { SetCopyZB(s, true); }, "Rbchdf"},
+      {[&] { SetCopyBackup(s, true); }, "RBchdf"},
+      {[&] { SetCopyBackup(s, false); }, "Rchdf"},
+      {[&] { SetFullPaths(s, true); }, "Rrhdf"},
+      {[&] { SetFullPaths(s, false); }, "Rchdf"},
+      {[&] { SetCreateLog(s, false); }, "Rcf"},
+      {[&] { SetManualFlags(s, true); }, "Rcm"},
+  };
+  for (size_t i = 0; i < std::size(clicks); ++i) {
+    clicks[i].first();
+    EXPECT_EQ(Boxes(s), clicks[i].second) << "after click " << i;
+  }
   EXPECT_TRUE(s.HashSource && s.HashDest) << "values are kept while disabled";
-
-  SetManualFlags(s, true);
-  EXPECT_TRUE(s.enabled.ManualFlagsText);
-  EXPECT_FALSE(s.enabled.RobocopyFlagBoxes);
 }
 
-TEST(RunPathsTest, AllLieInTheLogFolder) {
-  RunPaths a = ComputeRunPaths("/logs");
-  RunPaths b = ComputeRunPaths("/logs/");
-  EXPECT_EQ(a.DatabasePath, "/logs/_job.sdb");
-  EXPECT_EQ(b.DatabasePath, "/logs/_job.sdb");
-  EXPECT_EQ(a.ErrorLogPath, "/logs/_errors.log");
-  EXPECT_EQ(a.VerificationLogPath, "/logs/_verification_log.csv");
-  EXPECT_EQ(a.JobRecordPath, "/logs/_jobfile.rvj");
-  EXPECT_EQ(a.TimestampLogPath, "/logs/_ts_mismatch.log");
-  EXPECT_EQ(a.TallyPath, "/logs/tally.txt");
-  EXPECT_EQ(a.FileListPath, "/logs/filelist.txt");
+TEST(RunPathsTest, AllLieInTheLogFolderWithOrWithoutItsSeparator) {
+  const RunPaths a = ComputeRunPaths("/logs");
+  EXPECT_EQ(a.DatabasePath + " " + a.TallyPath, "/logs/_job.sdb /logs/tally.txt");
+  EXPECT_EQ(ComputeRunPaths("/logs/").ErrorLogPath, a.ErrorLogPath);
 }
 
 }  // namespace

@@ -58,6 +58,9 @@ class EnvVar {
   std::optional<std::string> old_;
 };
 
+// Exit codes a child uses to say its case could not be set up (as opposed to having failed).
+inline constexpr int kChildCannotSetUp = 77;
+
 struct ChildOutcome {
   int exitCode = -1;   // the child's exit code, or 128 + signal
   std::string output;  // what the child put in `out`
@@ -114,13 +117,16 @@ inline bool BecomeNobody() {
          setresuid(uid, uid, uid) == 0 && geteuid() == uid;
 }
 
+// Runs `body` in a forked child as user nobody; kChildCannotSetUp when that can't be done.
+inline ChildOutcome RunAsNobody(const std::function<int(std::string& out)>& body) {
+  return RunInChild([&](std::string& out) { return BecomeNobody() ? body(out) : kChildCannotSetUp; });
+}
+
 // In a child: a mount namespace of its own whose mounts never propagate back.
 inline bool EnterPrivateMountNamespace() {
   return unshare(CLONE_NEWNS) == 0 &&
          mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
-// Exit codes a child uses to say its case could not be set up (as opposed to having failed).
-inline constexpr int kChildCannotSetUp = 77;
 
 }  // namespace qr::test

@@ -10,15 +10,7 @@ Answer FakeDialogs::MessageBox(const std::string& text, const std::string& title
     answers.pop_front();
     return a;
   }
-  switch (buttons) {
-    case Buttons::YesNo:
-    case Buttons::YesNoCancel:
-      return Answer::Yes;
-    case Buttons::Ok:
-    case Buttons::OkCancel:
-      break;
-  }
-  return Answer::Ok;
+  return buttons == Buttons::YesNo || buttons == Buttons::YesNoCancel ? Answer::Yes : Answer::Ok;
 }
 
 std::optional<std::string> FakeDialogs::InputBox(const std::string& prompt,
@@ -32,30 +24,28 @@ std::optional<std::string> FakeDialogs::InputBox(const std::string& prompt,
 }
 
 namespace {
-std::string NextPick(std::deque<std::string>& picks) {
-  if (picks.empty()) return {};
-  std::string p = picks.front();
-  picks.pop_front();
+// Records a picker's title, filter and start folder, and gives the next scripted pick.
+std::string Picked(FakeDialogs& d, const std::string& title, const std::string& filter,
+                   const std::string& startFolder) {
+  d.pickerTitles.push_back(title);
+  d.pickerDetails.push_back({filter, startFolder});
+  if (d.picks.empty()) return {};
+  std::string p = d.picks.front();
+  d.picks.pop_front();
   return p;
 }
 }  // namespace
 
 std::string FakeDialogs::OpenFile(const std::string& title, const std::string& filter,
                                   const std::string& startFolder) {
-  pickerTitles.push_back(title);
-  pickerDetails.push_back({filter, startFolder});
-  return NextPick(picks);
+  return Picked(*this, title, filter, startFolder);
 }
 std::string FakeDialogs::SaveFile(const std::string& title, const std::string& filter,
                                   const std::string& startFolder) {
-  pickerTitles.push_back(title);
-  pickerDetails.push_back({filter, startFolder});
-  return NextPick(picks);
+  return Picked(*this, title, filter, startFolder);
 }
 std::string FakeDialogs::PickFolder(const std::string& title, const std::string& startFolder) {
-  pickerTitles.push_back(title);
-  pickerDetails.push_back({"", startFolder});
-  return NextPick(picks);
+  return Picked(*this, title, "", startFolder);
 }
 
 std::vector<std::string> FakeDialogs::Texts() const {

@@ -9,7 +9,6 @@
 #include <openssl/evp.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -103,7 +102,5 @@ void SetTimes(const std::string& path, struct timespec accessed, struct timespec
   ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), ts, followLinks ? 0 : AT_SYMLINK_NOFOLLOW), 0)
       << path;
 }
-
-bool CanDropPrivileges() { return geteuid() == 0 && std::system("command -v setpriv >/dev/null") == 0; }
 
 }  // namespace qr::test

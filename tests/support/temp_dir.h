@@ -40,8 +40,5 @@ std::string Md5Of(const std::string& bytes);
 // fails the running test when it can't.
 void SetTimes(const std::string& path, struct timespec accessed, struct timespec modified,
               bool followLinks = true);
-// Tests run as root, which reads everything: a test of a denied permission runs its case as
-// user nobody (setpriv), and needs both to be possible.
-bool CanDropPrivileges();
 
 }  // namespace qr::test
