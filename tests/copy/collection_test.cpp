@@ -9,7 +9,6 @@
 #include <map>
 
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 
 #include "copy/work_queue.h"
 #include "exec/run_driver.h"
@@ -155,15 +154,6 @@ TEST_F(CollectionTest, EveryCopyEqualsItsSourceAndTheSourceIsUntouched) {
   ASSERT_TRUE(db.Open(logs + "/_job.sdb"));
   EXPECT_EQ(db.Query("Select * from tFiles where completed = '0'").RowCount(), 0);
   EXPECT_EQ(db.Query("Select * from tFolders where completed = '0'").RowCount(), 0);
-}
-
-TEST_F(CollectionTest, RenameModeKeepsBothFiles) {
-  dir.WriteFile("evidence/a.txt", "new");
-  dir.WriteFile("target/evidence/a.txt", "old");
-  ctx.settings.Collision = kCollisionRename;
-  ASSERT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Completed);
-  EXPECT_EQ(test::ReadBytes(target + "/evidence/a.txt"), "old");
-  EXPECT_EQ(test::ReadBytes(target + "/evidence/a(1).txt"), "new");
 }
 
 TEST_F(CollectionTest, CancelFinishesTheFileInHandAndLeavesTheRestForAResume) {
