@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "platform/errors.h"
 #include "platform/text.h"
@@ -55,6 +57,23 @@ TEST_F(DbConnectionTest, AReaderSeesTheCommittedRowsDuringAWritersTransaction) {
   EXPECT_EQ(reader.Query("Select count(*) as n from t").Field("n").Int64(), 1);
   writer.Execute("COMMIT");
   EXPECT_EQ(reader.Query("Select count(*) as n from t").Field("n").Int64(), 2);
+}
+
+// Another process writing the job database (a second run over the same log folder, a tool)
+// holds its lock for a moment: a statement waits for it rather than failing the run's record.
+TEST_F(DbConnectionTest, AWriteWaitsForAnotherConnectionsLock) {
+  DbConnection other, run;
+  ASSERT_TRUE(other.Create(path));
+  other.Execute("Create Table t(v text)");
+  other.Execute("BEGIN IMMEDIATE");
+  ASSERT_TRUE(run.Open(path));
+  std::thread release([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    other.Execute("COMMIT");
+  });
+  EXPECT_NO_THROW(run.Execute("Insert into t(v) values('waited')"));
+  release.join();
+  EXPECT_EQ(run.Query("Select count(*) as n from t").Field("n").Int64(), 1);
 }
 
 TEST_F(DbConnectionTest, FailuresCarrySqliteNumberAndMessage) {
