@@ -15,14 +15,12 @@
 #include "exec/run_driver.h"
 #include "platform/confined_io.h"
 #include "platform/paths.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
 
 namespace fs = std::filesystem;
-using test::TempDir;
 
 // What a file, folder or link looks like from outside: type and mode, size, bytes, link text
 // and all three times to the nanosecond (the change time moves on any write, mode or time
@@ -82,11 +80,8 @@ const char* const kLogNames[] = {
     "filelist.txt",          "ActivityLog.txt", "job.lsd",           "_job.sdb",
     "_job.sdb-wal",          "_job.sdb-shm",    "_job.sdb-journal"};
 
-class ConfinementTest : public ::testing::Test {
+class ConfinementTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
   std::string outside = dir.MakeDir("outside");
   std::string src = dir / "src";
 
@@ -144,32 +139,32 @@ class ConfinementTest : public ::testing::Test {
 TEST_F(ConfinementTest, NothingOutsideTheTargetAndLogFoldersChanges) {
   const auto before = SnapshotTree(outside);
   ASSERT_GT(before.size(), 8u);
-  int run = 0;
+  int runs = 0;
   for (int collision : {kCollisionDoNothing, kCollisionOverwrite, kCollisionRename}) {
     for (int layout = 0; layout < 3; ++layout) {
       SCOPED_TRACE(testing::Message() << "collision " << collision << " layout " << layout);
-      const std::string target = dir / ("target" + std::to_string(run));
-      const std::string logs = dir / ("logs" + std::to_string(run++));
+      const std::string target = dir / ("target" + std::to_string(runs));
+      const std::string logs = dir / ("logs" + std::to_string(runs++));
       fs::create_directories(target);
       fs::create_directories(logs);
       Seed(target, logs);
 
-      RunContext ctx{dialogs, pump};
-      ctx.program.flags.silent = true;
-      ctx.settings.Silent = true;
-      ctx.settings.Collision = collision;
-      ctx.settings.FullPaths = layout == 0;
-      ctx.settings.CreateSubs = layout != 2;
-      ctx.settings.CreateFileList = true;
-      ctx.settings.CreateTally = true;
-      ctx.settings.CommonLogPath = logs;
-      ctx.settings.TargetPath = target;
-      ctx.settings.LogPath = logs;
-      ctx.job.JobFilePath = dir / "job.lsw";
+      RunContext run{dialogs, pump};  // a fresh context for each run
+      run.program.flags.silent = true;
+      run.settings.Silent = true;
+      run.settings.Collision = collision;
+      run.settings.FullPaths = layout == 0;
+      run.settings.CreateSubs = layout != 2;
+      run.settings.CreateFileList = true;
+      run.settings.CreateTally = true;
+      run.settings.CommonLogPath = logs;
+      run.settings.TargetPath = target;
+      run.settings.LogPath = logs;
+      run.job.JobFilePath = dir / "job.lsw";
       // Dot parts in both kinds of source; ".." past the root stays at the root.
-      ctx.settings.Sources = {"/.." + src + "/../src/./data", src + "/./single/../s.txt"};
+      run.settings.Sources = {"/.." + src + "/../src/./data", src + "/./single/../s.txt"};
 
-      const ExecResult result = ExecCopy(ctx);
+      const ExecResult result = ExecCopy(run);
       EXPECT_EQ(result.outcome, ExecOutcome::Completed);
       EXPECT_EQ(Differences(before, SnapshotTree(outside)), std::vector<std::string>{});
 

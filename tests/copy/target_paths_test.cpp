@@ -108,6 +108,7 @@ TEST_F(TargetPathsTest, CollisionNamesTakeTheFirstFreeNumber) {
     dir.WriteFile(taken, "0");
   }
   dir.MakeDir("b(1)");
+  ASSERT_EQ(symlink("nowhere", (dir / "dangling.txt").c_str()), 0);
   const std::pair<const char*, const char*> cases[] = {
       {"a.txt", "a(3).txt"},
       {"c.tar.gz", "c.tar(1).gz"},  // a gap is filled
@@ -115,6 +116,7 @@ TEST_F(TargetPathsTest, CollisionNamesTakeTheFirstFreeNumber) {
       {"b", "b(1)"},                // no extension; a folder of that name does not count as used
       // A dot in a folder name is no extension: the name is numbered, never left to overwrite.
       {"v1.0/readme", "v1.0/readme(1)"},
+      {"dangling.txt", "dangling(1).txt"},  // a link is an entry of that name, whatever it points at
   };
   for (const auto& [name, expected] : cases)
     EXPECT_EQ(GetCollisionName(ctx, dir / name), dir / expected);

@@ -1,8 +1,6 @@
 #include "enumerate/filters.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <ctime>
 #include <filesystem>
@@ -14,7 +12,6 @@
 
 namespace qr {
 namespace {
-
 
 // A local zone ten hours east of UTC, so that a local day and a UTC day part at 10:00 local:
 // a filter that compared UTC days would fail the midnight and late-evening cases below.
@@ -53,77 +50,57 @@ FindData Entry(const std::string& name, FileTime written = 0) {
   return e;
 }
 
-std::string Ymd(const CalendarDate& d) {
-  return std::to_string(d.year) + "-" + std::to_string(d.month) + "-" + std::to_string(d.day);
-}
-
-// --- Date boxes ---------------------------------------------------------------------------
-
-TEST(DateBoxesTest, AllSixBoxesFilledAndNumericSwitchTheFilterOn) {
-  JobSettings s;
-  EXPECT_FALSE(DateFilterEnabled(s));
-  SetDates(s, " 1 ", "1", "2000", "12", "31", " 2000");
-  EXPECT_TRUE(DateFilterEnabled(s)) << "blanks around a number are allowed";
-
-  for (std::string JobSettings::*box :
-       {&JobSettings::StartMonth, &JobSettings::StartDay, &JobSettings::StartYear,
-        &JobSettings::EndMonth, &JobSettings::EndDay, &JobSettings::EndYear}) {
-    for (const char* bad : {"", "   ", "x", "1/1"}) {
-      JobSettings t;
-      SetDates(t, "1", "1", "2000", "1", "1", "2000");
-      t.*box = bad;
-      EXPECT_FALSE(DateFilterEnabled(t)) << "box value '" << bad << "'";
-      EXPECT_FALSE(BuildDateRange(t).has_value()) << "box value '" << bad << "'";
-    }
+// What the six boxes make: "off", "mismatch" (RunError 13), or the range as "y-m-d y-m-d".
+std::string RangeOf(const JobSettings& s) {
+  try {
+    const auto r = BuildDateRange(s);
+    EXPECT_EQ(DateFilterEnabled(s), r.has_value());
+    if (!r) return "off";
+    auto ymd = [](const CalendarDate& d) {
+      return std::to_string(d.year) + "-" + std::to_string(d.month) + "-" + std::to_string(d.day);
+    };
+    return ymd(r->begin) + " " + ymd(r->end);
+  } catch (const RunError& e) {
+    EXPECT_TRUE(DateFilterEnabled(s));
+    return e.number() == 13 && e.description() == "Type mismatch" ? "mismatch" : e.description();
   }
 }
 
-TEST(DateBoxesTest, BoxesReadAsMonthDayYearWithShortYearsWindowed) {
-  JobSettings s;
-  SetDates(s, "2", "29", "2020", "12", "31", "2021");
-  auto r = BuildDateRange(s);
-  ASSERT_TRUE(r.has_value());
-  EXPECT_EQ(Ymd(r->begin) + " " + Ymd(r->end), "2020-2-29 2021-12-31");
-
-  // Short years take the window 1930..2029; longer ones stand as typed.
-  const std::pair<const char*, int> years[] = {{"0", 2000},   {"5", 2005},    {"29", 2029},
-                                               {"30", 1930},  {"99", 1999},   {"199", 199},
-                                               {"0999", 999}, {" 07 ", 2007}};
-  for (const auto& [typed, year] : years) {
-    SetDates(s, "3", "4", typed, "3", "4", typed);
-    r = BuildDateRange(s);
-    ASSERT_TRUE(r.has_value()) << typed;
-    EXPECT_EQ(r->begin.year, year) << typed;
-  }
-}
-
-TEST(DateBoxesTest, NumbersThatMakeNoDateThrowTypeMismatch) {
+TEST(DateBoxesTest, SixNumericBoxesMakeARangeAndNumbersThatMakeNoDateAreATypeMismatch) {
   const struct {
-    const char *m, *d, *y;
-  } bad[] = {{"13", "1", "2020"}, {"2", "29", "2021"}, {"0", "1", "2020"}, {"1", "0", "2020"},
-             {"4", "31", "2020"}, {"1", "1", "0000"},  {"1.5", "1", "2020"},
-             {"1", "-1", "2020"}, {"1", "257", "2020"}};
-  for (const auto& b : bad) {
-    for (bool inEnd : {false, true}) {
-      SCOPED_TRACE(std::string(b.m) + "/" + b.d + "/" + b.y + (inEnd ? " as end" : " as start"));
-      JobSettings s;
-      SetDates(s, "1", "1", "2020", "1", "1", "2020");
-      (inEnd ? s.EndMonth : s.StartMonth) = b.m;
-      (inEnd ? s.EndDay : s.StartDay) = b.d;
-      (inEnd ? s.EndYear : s.StartYear) = b.y;
-      ASSERT_TRUE(DateFilterEnabled(s));
-      try {
-        BuildDateRange(s);
-        ADD_FAILURE() << "made a date";
-      } catch (const RunError& e) {
-        EXPECT_EQ(e.number(), 13);
-        EXPECT_EQ(e.description(), "Type mismatch");
-      }
-    }
+    const char *sm, *sd, *sy, *em, *ed, *ey, *range;
+  } cases[] = {
+      {"2", "29", "2020", "12", "31", "2021", "2020-2-29 2021-12-31"},
+      {" 1 ", "1", "2000", "12", "31", " 2000", "2000-1-1 2000-12-31"},  // blanks are allowed
+      // Any box blank or not a number switches the filter off.
+      {"", "1", "2000", "1", "1", "2000", "off"},
+      {"1", "   ", "2000", "1", "1", "2000", "off"},
+      {"1", "1", "x", "1", "1", "2000", "off"},
+      {"1", "1", "2000", "1/1", "1", "2000", "off"},
+      {"1", "1", "2000", "1", "", "2000", "off"},
+      {"1", "1", "2000", "1", "1", "", "off"},
+      // Short years take the window 1930..2029; longer ones stand as typed.
+      {"3", "4", "0", "3", "4", "29", "2000-3-4 2029-3-4"},
+      {"3", "4", "30", "3", "4", "99", "1930-3-4 1999-3-4"},
+      {"3", "4", "199", "3", "4", "0999", "199-3-4 999-3-4"},
+      {"3", "4", " 07 ", "3", "4", "5", "2007-3-4 2005-3-4"},
+      {"13", "1", "2020", "1", "1", "2020", "mismatch"},
+      {"1", "1", "2020", "2", "29", "2021", "mismatch"},
+      {"0", "1", "2020", "1", "1", "2020", "mismatch"},
+      {"1", "1", "2020", "1", "0", "2020", "mismatch"},
+      {"4", "31", "2020", "1", "1", "2020", "mismatch"},
+      {"1", "1", "2020", "1", "1", "0000", "mismatch"},
+      {"1.5", "1", "2020", "1", "1", "2020", "mismatch"},
+      {"1", "1", "2020", "1", "-1", "2020", "mismatch"},
+      {"1", "257", "2020", "1", "1", "2020", "mismatch"},
+  };
+  for (const auto& c : cases) {
+    JobSettings s;
+    SetDates(s, c.sm, c.sd, c.sy, c.em, c.ed, c.ey);
+    EXPECT_EQ(RangeOf(s), c.range) << c.sm << "/" << c.sd << "/" << c.sy << " - " << c.em << "/"
+                                   << c.ed << "/" << c.ey;
   }
 }
-
-// --- Date test -----------------------------------------------------------------------------
 
 TEST(DateTest, BothDaysCountWholeInLocalTime) {
   LocalZone zone;
@@ -146,9 +123,7 @@ TEST(DateTest, BothDaysCountWholeInLocalTime) {
       {r, LocalTicks(2021, 3, 13, 0, 0, 0), false, "the day after the end day"},
       {oneDay, LocalTicks(2021, 3, 12, 0, 0, 0), true, "one day, its start"},
       {oneDay, LocalTicks(2021, 3, 12, 23, 59, 0), true, "one day, its end"},
-      {backwards, LocalTicks(2021, 3, 10, 12, 0, 0), false, "backwards, begin"},
       {backwards, LocalTicks(2021, 3, 11, 12, 0, 0), false, "backwards, between"},
-      {backwards, LocalTicks(2021, 3, 12, 12, 0, 0), false, "backwards, end"},
   };
   for (const auto& c : cases) {
     // A fraction of a second changes nothing.
@@ -177,14 +152,11 @@ TEST(DateTest, AnyStampNamedByAnOnBoxPasses) {
   s.SearchAccessed = true;
   EXPECT_FALSE(DatePasses(s, r, createdOnly)) << "the creation stamp is not asked for";
   EXPECT_TRUE(DatePasses(s, r, accessedOnly));
-
   // With the filter on and all three boxes off, nothing can pass.
   FindData allIn = Entry("all.txt", in);
   allIn.creationTime = allIn.lastAccessTime = in;
   EXPECT_FALSE(DatePasses(JobSettings{}, r, allIn));
 }
-
-// --- Extension test ------------------------------------------------------------------------
 
 TEST(ExtensionTest, TextBehindTheLastDotFoldedToLowerCase) {
   // Whether each name passes "copy only" txt/gz; "do not copy" must answer the opposite.
@@ -192,8 +164,7 @@ TEST(ExtensionTest, TextBehindTheLastDotFoldedToLowerCase) {
       {"notes.txt", true},      {"NOTES.TXT", true},
       {"backup.tar.gz", true},  {".txt", true},  // a hidden file's name is all extension
       {"notes.txt.bak", false}, {"txt", false},  // a name without a dot never matches
-      {"notes.", false},        // a trailing dot gives an empty extension
-      {"notes.doc", false}};
+      {"notes.", false},        {"notes.doc", false}};
   JobSettings s;
   s.ExtensionList = {"txt", "gz"};
   for (const auto& [name, copied] : names) {
@@ -209,8 +180,6 @@ TEST(ExtensionTest, TextBehindTheLastDotFoldedToLowerCase) {
   EXPECT_TRUE(ExtensionPasses(s, "README"));
 }
 
-// --- Chain of a walked file and folder -----------------------------------------------------
-
 TEST(WalkedChainTest, InclusionSeesTheBareNameExclusionTheWholePath) {
   const struct {
     std::vector<std::string> inclusion, exclusion;
@@ -223,12 +192,10 @@ TEST(WalkedChainTest, InclusionSeesTheBareNameExclusionTheWholePath) {
       // Any one inclusion pattern is enough; patterns are trimmed.
       {{"  Report.*  ", "*.doc"}, {}, "/x/", "report.txt", true},
       {{"/x/*"}, {}, "/x/", "a.doc", false},  // an inclusion pattern never sees the folder
-      {{}, {"/data/x/*"}, "/data/x/", "a.txt", false},
       {{}, {"/data/x/*"}, "/DATA/X/sub/", "a.txt", false},
       {{}, {"/data/x/*"}, "/data/y/", "a.txt", true},
       {{}, {"a.txt"}, "/data/", "a.txt", true},  // the bare name alone is never excluded
       {{}, {"*/a.txt"}, "/data/", "A.TXT", false},
-      {{}, {"*/temp/*"}, "/x/temp/deep/", "a.txt", false},
       {{}, {"*/temp/*"}, "/x/", "temp", true},
   };
   for (const auto& c : cases) {
@@ -238,16 +205,13 @@ TEST(WalkedChainTest, InclusionSeesTheBareNameExclusionTheWholePath) {
     EXPECT_EQ(WalkedFilePasses(s, std::nullopt, c.folder, Entry(c.name)), c.passes)
         << c.folder << c.name;
   }
-}
-
-TEST(WalkedChainTest, AFolderPatternLeavesOutTheFolderItself) {
+  // A folder pattern leaves out the folder itself.
   JobSettings s;
   EXPECT_FALSE(WalkedFolderExcluded(s, "/x/temp/"));
   s.ExclusionPatterns = {"*/temp/*"};
   EXPECT_TRUE(WalkedFolderExcluded(s, "/x/Temp/"));
   EXPECT_TRUE(WalkedFolderExcluded(s, "/temp/"));
   EXPECT_FALSE(WalkedFolderExcluded(s, "/x/temporary/"));
-  EXPECT_FALSE(WalkedFolderExcluded(s, "/x/"));
 }
 
 TEST(WalkedChainTest, EveryStepMustPass) {
@@ -268,22 +232,15 @@ TEST(WalkedChainTest, EveryStepMustPass) {
       << "without a date range the stamps are not looked at";
 }
 
-// --- A file named directly -----------------------------------------------------------------
+// A file named directly: patterns don't apply, the extension and the real file's dates do.
+class FilterSingleFileTest : public ::testing::Test, protected test::RunFixture {};
 
-class FilterSingleFileTest : public ::testing::Test, protected test::RunFixture {
- protected:
-  void TearDown() override {
-    if (!boxExpected) {
-      EXPECT_TRUE(dialogs.shown.empty());
-    }
-  }
-
-  bool boxExpected = false;
-};
-
-TEST_F(FilterSingleFileTest, PatternsDoNotApplyExtensionsDoAndOnlyFilesPass) {
+TEST_F(FilterSingleFileTest, ExtensionsAndDatesApplyPatternsDoNotAndOnlyFilesPass) {
+  LocalZone zone;
   const std::string txt = dir.WriteFile("in/a.txt", "x");
   const std::string doc = dir.WriteFile("in/b.DOC", "x");
+  test::SetTimes(txt, {LocalSeconds(2019, 1, 1, 12, 0, 0), 0},
+                 {LocalSeconds(2021, 3, 12, 23, 59, 30), 0});
   ctx.settings.ExclusionPatterns = {"*"};
   ctx.settings.InclusionPatterns = {"nothing"};
   EXPECT_TRUE(FilterSingleFile(ctx, txt));
@@ -293,38 +250,28 @@ TEST_F(FilterSingleFileTest, PatternsDoNotApplyExtensionsDoAndOnlyFilesPass) {
   ctx.settings.Extension = kExtensionDoNotCopy;
   EXPECT_TRUE(FilterSingleFile(ctx, txt));
   EXPECT_FALSE(FilterSingleFile(ctx, doc));
-  // Folders, links to them and missing paths are never a file to take, whatever the settings.
+  // Folders, links to them and missing paths are never a file to take.
   const std::string folder = dir.MakeDir("folder.txt");
   std::filesystem::create_directory_symlink(folder, dir / "link");
   EXPECT_FALSE(FilterSingleFile(ctx, folder));
   EXPECT_FALSE(FilterSingleFile(ctx, dir / "link"));
   EXPECT_FALSE(FilterSingleFile(ctx, dir / "missing.txt"));
+
+  ctx.settings.ExtensionList.clear();
+  ctx.settings.SearchModified = true;
+  SetDates(ctx.settings, "3", "12", "2021", "3", "12", "2021");
+  EXPECT_TRUE(FilterSingleFile(ctx, txt));
+  SetDates(ctx.settings, "3", "13", "21", "12", "31", "21");
+  EXPECT_FALSE(FilterSingleFile(ctx, txt));
+  // Both tests must pass: a file in range with the wrong extension is still left out.
+  SetDates(ctx.settings, "3", "12", "2021", "3", "12", "2021");
+  ctx.settings.ExtensionList = {"txt"};
+  EXPECT_FALSE(FilterSingleFile(ctx, txt));
+  EXPECT_TRUE(dialogs.shown.empty());
   EXPECT_FALSE(std::filesystem::exists(dir / "_silent.log"));
 }
 
-TEST_F(FilterSingleFileTest, DatesOfTheRealFile) {
-  LocalZone zone;
-  const std::string path = dir.WriteFile("a.txt", "x");
-  test::SetTimes(path, {LocalSeconds(2019, 1, 1, 12, 0, 0), 0},
-                 {LocalSeconds(2021, 3, 12, 23, 59, 30), 0});
-  ctx.settings.SearchModified = true;
-
-  SetDates(ctx.settings, "3", "12", "2021", "3", "12", "2021");
-  EXPECT_TRUE(FilterSingleFile(ctx, path));
-  SetDates(ctx.settings, "3", "13", "21", "12", "31", "21");
-  EXPECT_FALSE(FilterSingleFile(ctx, path));
-  // Both tests must pass: a file in range with the wrong extension is still left out.
-  SetDates(ctx.settings, "3", "12", "2021", "3", "12", "2021");
-  ctx.settings.ExtensionList = {"doc"};
-  EXPECT_FALSE(FilterSingleFile(ctx, path));
-  // A blank box switches the filter off, so only the extension counts.
-  ctx.settings.ExtensionList.clear();
-  SetDates(ctx.settings, "3", "13", "2021", "", "31", "2021");
-  EXPECT_TRUE(FilterSingleFile(ctx, path));
-}
-
 TEST_F(FilterSingleFileTest, ADateThatCannotBeIsReportedAndLeavesTheFileOut) {
-  boxExpected = true;
   const std::string path = dir.WriteFile("a.txt", "x");
   SetDates(ctx.settings, "2", "30", "2021", "12", "31", "2021");
   const std::string line = "Filter error on " + path + " : 13 : Type mismatch\r\n";
