@@ -151,7 +151,9 @@ TEST_F(ReadRVFileTest, NoNumberWhereOneIsNeededIsATypeMismatchOrAnOverflow) {
       {"[D-HASH]\t- 1", 13},      {"[NUMFILES]\t12abc", 13}, {"[FILESDONE]\t", 13},
       {"[JOBSIZE]\t1e3", 13},     {"[BYTESDONE]\tx", 13},   {"[ENGINE]\tRC\r\n[COPYATTR]\tx", 13},
       {"[NUMFILES]\t3000000000", 6}, {"[LOG]\t40000", 6},
-      {"[TOTALBYTES]\t9999999999999999999", 6}};
+      {"[TOTALBYTES]\t9999999999999999999", 6}, {"[TOTALBYTES]\t922337203685477.5808", 6},
+      // Sizes pass through four decimals: the ends of that range still fit.
+      {"[TOTALBYTES]\t922337203685477.5807", 0}, {"[TOTALBYTES]\t-922337203685477.5808", 0}};
   for (const auto& [body, number] : cases) EXPECT_EQ(ErrorOf(body + "\r\n"), number) << body;
 }
 
@@ -216,10 +218,8 @@ TEST_F(ReadRVFileTest, AJobRecordsEndCommandRunsOnlyWhenThePersonAskedForIt) {
 TEST(JobRecordRoundTripTest, TheEngineLinesDecideWhetherTheRobocopyFlagsStand) {
   for (const bool robocopyRun : {false, true}) {
     SCOPED_TRACE(robocopyRun ? "a ROBOCOPY run" : "both engine boxes on");
-    test::TempDir dir;
-    test::FakeDialogs dialogs;
-    test::FakePump pump;
-    RunContext writer{dialogs, pump};
+    test::RunFixture f;
+    auto& [dir, dialogs, pump, writer] = f;
     RunContext reader{dialogs, pump};
     const std::string a = dir.MakeDir("a");
     writer.program.app.programFolder = reader.program.app.programFolder = dir.path() + "/";
@@ -259,11 +259,8 @@ TEST(JobRecordRoundTripTest, TheEngineLinesDecideWhetherTheRobocopyFlagsStand) {
 }
 
 // The job manager's side.
-class PreparedJobTest : public ::testing::Test {
+class PreparedJobTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
   PreparedJob job;
   JobSettings options;
   std::string path = dir / "job.lsw";
@@ -376,7 +373,6 @@ TEST_F(PreparedJobTest, RoundTripThroughTheMainWindow) {
   const std::string drive = ProgramDrive(dir.path());
   job.Sources = {"[RVDrive]" + data.substr(drive.size()), "[RVDrive]/nowhere-at-all"};
   ASSERT_TRUE(SaveJobFile(job, options, path));
-  RunContext ctx{dialogs, pump};
   ctx.program.app.programFolder = dir.path() + "/";
   ctx.settings.CommonLogPath = "/mine";
   ReadRVFile(ctx, path);

@@ -154,8 +154,10 @@ TEST_F(SettingsFilesTest, RobocopySettingsRoundTrip) {
   EXPECT_EQ(back.program.geometry.widthTwips, 15000);
   EXPECT_EQ(back.program.clOverride, "/MIR");
 
-  // The width has a floor; Overwrite, which no one writes, is still read.
+  // The width has a floor; Overwrite, which no one writes, is still read. The other copy mode
+  // comes back too.
   ctx.program.geometry.widthTwips = 5000;
+  SetCopyZB(ctx.settings, true);
   SetINIVals(ctx);
   const std::string file = dir / "robocopy_settings.ini";
   EXPECT_EQ(INIread(file, "saved_settings", "WW"), "12000");
@@ -163,6 +165,7 @@ TEST_F(SettingsFilesTest, RobocopySettingsRoundTrip) {
   INIwrite(file, "saved_settings", "Rename", "0");
   GetINIVals(back);
   EXPECT_EQ(back.settings.Collision, kCollisionOverwrite);
+  EXPECT_TRUE(back.settings.CopyZB && !back.settings.CopyRestartable);
 }
 
 TEST_F(SettingsFilesTest, CopyModesFromTheFileObeyTheirExclusion) {
