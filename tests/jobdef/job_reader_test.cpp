@@ -83,10 +83,11 @@ TEST_F(ReadRVFileTest, SourcesGoThroughAddSourceWithTheProgramsDrive) {
   const std::string viaDrive = "[RVDrive]" + c.substr(drive.size());
   Read("[SRC]\t" + dir / "missing" + "\r\n[SRC]\t" + a + "\r\n[SRC]\t" + a + "/b\r\n[SRC]\t" +
        viaDrive + "\r\n[SRC]\t[File List] " + dir / "list.txt" + "\r\n[EXTFILE]\t" + viaDrive +
-       "/ext.txt\r\n");
+       "/ext.txt\r\n[TARGET]\t[RVDrive]/[JobName]/\r\n");
   EXPECT_EQ(ctx.settings.Sources, (Strings{a, c, "[File List] " + dir / "list.txt"}));
   EXPECT_EQ(dialogs.Texts(), (Strings{dir / "missing" + kNotFound, kInsideAnEntry}));
   EXPECT_EQ(ctx.settings.ExtListFile, c + "/ext.txt");
+  EXPECT_EQ(ctx.settings.TargetPath, "[RVDrive]/[JobName]/") << "the target is taken verbatim";
 
   // The temporary folder may lie on the root file system, whose drive is empty: a program in
   // another mounted file system shows the replacement itself.
@@ -366,25 +367,6 @@ TEST_F(PreparedJobTest, RoundTripThroughTheJobManager) {
   ASSERT_TRUE(SaveJobFile(job, options, path));
   LoadFromFile(path, back, opts);
   EXPECT_EQ(opts.Collision, kCollisionRename);
-}
-
-TEST_F(PreparedJobTest, RoundTripThroughTheMainWindow) {
-  const std::string data = dir.MakeDir("data");
-  const std::string drive = ProgramDrive(dir.path());
-  job.Sources = {"[RVDrive]" + data.substr(drive.size()), "[RVDrive]/nowhere-at-all"};
-  ASSERT_TRUE(SaveJobFile(job, options, path));
-  ctx.program.app.programFolder = dir.path() + "/";
-  ctx.settings.CommonLogPath = "/mine";
-  ReadRVFile(ctx, path);
-  EXPECT_EQ(ctx.job.JobName, "Case 12");
-  EXPECT_EQ(ctx.job.SpecialInstructions, "Plug in.");
-  EXPECT_EQ(ctx.settings.Sources, Strings{data});
-  EXPECT_EQ(dialogs.Texts(), Strings{drive + "/nowhere-at-all" + kNotFound});
-  EXPECT_EQ(ctx.settings.TargetPath, "[RVDrive]/[JobName]/") << "verbatim";
-  EXPECT_EQ(ctx.settings.ExtListFile, drive + "/ext.txt");
-  EXPECT_EQ(ctx.settings.Extensions, "doc,xls");
-  EXPECT_EQ(ctx.settings.EndMonth, "");
-  EXPECT_EQ(ctx.settings.CommonLogPath, "/mine") << "[COMMONLOG] is not taken";
 }
 
 TEST_F(PreparedJobTest, LoadClearsTheFormAndSkipsCountersAndRobocopyFlags) {
