@@ -198,18 +198,6 @@ TEST(RunnerRecord, TheExitStatusIs0OnlyWhenNothingIsRecordedAgainstTheRun) {
          EXPECT_EQ(lines, 5) << existing;
          EXPECT_FALSE(Has(existing, t / "src/" + kept + "/x.txt")) << existing;
        }},
-      {"rename mode numbers a name without extension in a folder with a dot",
-       [](TempDir& t) {
-         t.WriteFile("src/dot.dir/README", "new");
-         t.WriteFile("out/src/dot.dir/README", "old");
-         t.WriteFile("job.rvj", JobRecord(t, {t / "src"}, "[RENAME]\t1\r\n"));
-         return std::vector<std::string>{"--yes", "job.rvj"};
-       },
-       kExitDone, nullptr,
-       [](TempDir& t, const Ran&) {
-         EXPECT_EQ(ReadBytes(t / "out/src/dot.dir/README"), "old");
-         EXPECT_EQ(ReadBytes(t / "out/src/dot.dir/README(1)"), "new");
-       }},
       {"side logs beside a log folder named with error",
        [](TempDir& t) {
          t.WriteFile("src/a.txt", "a");
