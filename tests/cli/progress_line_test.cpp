@@ -1,6 +1,6 @@
 // The runner's live progress line: its text as a pure function, and its drawing on a real
-// pseudo-terminal, with the throttle and the erasing (the whole runs show it before boxes, and
-// nothing at all without a terminal).
+// pseudo-terminal, with the throttle and the erasing (the whole runs show that nothing at all is
+// drawn without a terminal).
 #include "progress_line.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +9,7 @@
 
 #include "pseudo_terminal.h"
 #include "support/run_fixture.h"
+#include "terminal_dialogs.h"
 
 namespace qr::cli {
 namespace {
@@ -183,6 +184,23 @@ TEST(ProgressLineDrawing, RedrawsInPlaceFourTimesASecondAtMostAndFitsTheTerminal
   line.Refresh(run.ctx, t0 + 2s);
   line.Refresh(run.ctx, t0 + 3s);
   EXPECT_EQ(err.str(), "\r\x1b[K");
+}
+
+// A box in the middle of a run (an error, a question) starts on a cleared line. The whole run
+// can't show it: its line is gone by the time the closing box comes.
+TEST(ProgressLineDrawing, TheLineIsErasedBeforeABox) {
+  PseudoTerminal tty(80);
+  ASSERT_TRUE(tty.ok());
+  LiveRun run;
+  std::istringstream in;
+  std::ostringstream err;
+  ProgressLine line(err, tty.slave());
+  TerminalDialogs boxes(in, err, true, false, &line);
+  line.Refresh(run.ctx, std::chrono::steady_clock::now());
+  const size_t drawnUpTo = err.str().size();
+  boxes.MessageBox("Something to say.", "Title", Icon::Exclamation, Buttons::Ok);
+  EXPECT_EQ(err.str().substr(drawnUpTo),
+            "\r\x1b[K--- Title (warning) ---\nSomething to say.\n> OK (--yes)\n");
 }
 
 }  // namespace
