@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
+#include "jobdef/settings_files.h"
 #include "support/child_process.h"
 #include "support/run_fixture.h"
 
@@ -53,7 +56,7 @@ class StartupTest : public ::testing::Test, protected test::RunFixture {
   }
 };
 
-TEST_F(StartupTest, APlainStartGivesTheStartValues) {
+TEST_F(StartupTest, APlainStartGivesTheStartValuesAndTheCloseSavesThemForTheNext) {
   StartupResult r = Start({"-q", "unknown"});
   EXPECT_FALSE(r.endProgram);
   EXPECT_TRUE(dialogs.shown.empty());
@@ -78,11 +81,51 @@ TEST_F(StartupTest, APlainStartGivesTheStartValues) {
   EXPECT_EQ(ctx.program.app.helpPath, program + "/RavelinHelp.html");
   EXPECT_FALSE(ctx.program.device.onDevice);
 
+  // The settings files are made; defaults.ini only by saving.
+  const std::string rs = program + "/robocopy_settings.ini";
+  EXPECT_EQ(INIread(rs, "saved_settings", "B"), "1");
+  EXPECT_EQ(INIread(rs, "saved_settings", "S"), "1");
+  EXPECT_EQ(INIread(rs, "saved_settings", "COPY_S"), "0");
+  EXPECT_EQ(INIread(program + "/log_processes.ini", "saved_settings", "PROC_ARRAY"), "1");
+  EXPECT_FALSE(std::filesystem::exists(program + "/defaults.ini"));
+
+  // What the close saves, the next start reads.
+  ctx.settings.CopySecurity = ctx.settings.FullPaths = true;
+  ctx.program.clOverride = "keep me";
+  SaveOnClose(ctx);
+  RunContext next{dialogs, pump};
+  StartOther(next);
+  EXPECT_TRUE(next.settings.CopySecurity && next.settings.FullPaths);
+  EXPECT_EQ(next.program.clOverride, "keep me");
+  EXPECT_TRUE(dialogs.shown.empty());
+
   // A portable device holds the settings.
   RunContext device{dialogs, pump};
   StartOther(device, {}, {"U3_DEVICE_SERIAL=42", "U3_APP_DATA_PATH=/media/stick/data/"});
   EXPECT_TRUE(device.program.device.onDevice);
   EXPECT_EQ(device.program.app.appPath, "/media/stick/data");
+}
+
+// The settings files are read in this order: robocopy_settings.ini, then the boxes forced on,
+// then defaults.ini over all.
+TEST_F(StartupTest, TheForcedBoxesOverrideRobocopySettingsButNotTheRest) {
+  dir.WriteFile("program/robocopy_settings.ini",
+                "[saved_settings]\r\nCOPY_A=0\r\nCOPY_S=1\r\nSeparateTS=1\r\nRename=1\r\n");
+  Start();
+  EXPECT_TRUE(ctx.settings.CopyAttributes) << "forced on after the file";
+  EXPECT_TRUE(ctx.settings.CopySecurity && ctx.settings.SeparateTS);
+  EXPECT_EQ(ctx.settings.Collision, kCollisionRename);
+  EXPECT_FALSE(ctx.settings.CopyEmpties) << "a missing key reads as off";
+}
+
+TEST_F(StartupTest, DefaultsWinOverEverythingBefore) {
+  dir.WriteFile("program/defaults.ini",
+                "[Defaults]\r\nRavelin=0\r\nCopyAttributes=0\r\nHashSource=0\r\nCopyFiles=1\r\n");
+  Start();
+  EXPECT_FALSE(ctx.settings.Ravelin) << "off in defaults.ini survives the boxes set on at load";
+  EXPECT_TRUE(ctx.settings.Robocopy) << "the engine boxes exclude each other";
+  EXPECT_FALSE(ctx.settings.CopyAttributes || ctx.settings.HashSource);
+  EXPECT_TRUE(ctx.settings.CopyFiles);
 }
 
 // The engine is off and its box disabled when no ROBOCOPY program starts; a program of that name
@@ -99,6 +142,15 @@ TEST_F(StartupTest, RobocopyProbeFollowsTheSearchPath) {
   StartOther(again);
   EXPECT_TRUE(again.program.robocopyAvailable);
   EXPECT_TRUE(again.settings.enabled.Robocopy);
+
+  // Defaults may turn the missing engine on, but its box stays disabled.
+  std::filesystem::remove(dir / "bin/ROBOCOPY");
+  dir.WriteFile("program/defaults.ini", "[Defaults]\r\nRobocopy=1\r\n");
+  RunContext third{dialogs, pump};
+  StartOther(third);
+  EXPECT_FALSE(third.program.robocopyAvailable);
+  EXPECT_TRUE(third.settings.Robocopy && !third.settings.Ravelin);
+  EXPECT_FALSE(third.settings.enabled.Robocopy);
 }
 
 TEST_F(StartupTest, ASecondWindowProgramIsRefused) {
