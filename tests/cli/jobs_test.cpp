@@ -1,31 +1,17 @@
 // ravelin-run --jobs on the built program, copied beside a job folder as on a portable drive.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <string>
 
 #include "platform/machine.h"
-#include "support/temp_dir.h"
+#include "runner_process.h"
 
 namespace qr::cli {
 namespace {
 
-namespace fs = std::filesystem;
+using test::Has;
 using test::ReadBytes;
-
-// Standard output of the program with `args` (quoted for the shell), standard error after it;
-// `status` gets the exit status.
-std::string Runner(const std::string& program, const std::string& args, int& status) {
-  FILE* p = popen(("'" + program + "' " + args + " 2>&1 </dev/null").c_str(), "r");
-  std::string out;
-  char buffer[4096];
-  for (size_t n; p != nullptr && (n = fread(buffer, 1, sizeof buffer, p)) > 0;)
-    out.append(buffer, n);
-  status = p == nullptr ? -1 : WEXITSTATUS(pclose(p));
-  return out;
-}
 
 TEST(RunnerJobs, ListsTheJobsDueHereAndRunsOneByNameUntilItIsDone) {
   test::TempDir t;
@@ -37,24 +23,25 @@ TEST(RunnerJobs, ListsTheJobsDueHereAndRunsOneByNameUntilItIsDone) {
                     t / "out" + "\r\n[JPATH]\t" + t / "logs" + "\r\n[SRC]\t" + t / "src" +
                     (name == "Locked" ? "\r\n[CNAME]\t" + ComputerName() + "x" : "") + "\r\n");
   }
-  fs::copy_file(RAVELIN_RUN_BINARY, program);
-  int status = -1;
-  std::string out = Runner(program, "--jobs", status);
-  EXPECT_EQ(status, 0);
-  EXPECT_NE(out.find("\nMail\n    Plug in, then wait.\n"), std::string::npos) << out;
-  EXPECT_EQ(out.find("Locked"), std::string::npos) << out;
+  std::filesystem::copy_file(RAVELIN_RUN_BINARY, program);
+  auto run = [&](const std::vector<std::string>& args) {
+    return test::RunRunner(args, t.path(), false, program);
+  };
+  test::Ran r = run({"--jobs"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_TRUE(Has(r.out, "\nMail\n    Plug in, then wait.\n")) << r.out;
+  EXPECT_FALSE(Has(r.out, "Locked")) << r.out;
 
-  out = Runner(program, "--jobs Locked", status);
-  EXPECT_EQ(status, 2);
-  EXPECT_NE(out.find("no prepared job named 'Locked' is due on this computer"), std::string::npos);
+  r = run({"--jobs", "Locked"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_TRUE(Has(r.err, "no prepared job named 'Locked' is due on this computer")) << r.err;
 
-  out = Runner(program, "--yes --jobs=mail", status);
-  EXPECT_EQ(status, 0) << out;
+  r = run({"--yes", "--jobs=mail"});
+  EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(ReadBytes(t / "out/src/a.txt"), "alpha");
   EXPECT_EQ(ReadBytes(t / "logs/Mail.lsd"), ReadBytes(t / "drive/_lsw/Mail.lsw"));
-  EXPECT_NE(Runner(program, "--jobs", status).find("No prepared job is due"), std::string::npos);
-  Runner(program, "--jobs --target x", status);
-  EXPECT_EQ(status, 64);
+  EXPECT_TRUE(Has(run({"--jobs"}).out, "No prepared job is due")) << "a done job is not due";
+  EXPECT_EQ(run({"--jobs", "--target", "x"}).status, 64);
 }
 
 }  // namespace

@@ -1,11 +1,8 @@
 // Whole runs of the built runner in which something goes wrong. Each named file ends copied and
 // verified, or named in a log and counted; the exit status is 0 only for a run with nothing
 // recorded against it, and otherwise one line on standard error says where to look.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <functional>
@@ -13,40 +10,15 @@
 #include "jobdb/db_connection.h"
 #include "run_command.h"
 #include "runner_process.h"
-#include "support/temp_dir.h"
 
 namespace qr::cli {
 namespace {
 
 namespace fs = std::filesystem;
+using test::Has;
+using test::Ran;
 using test::ReadBytes;
 using test::TempDir;
-
-struct Ran {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
-
-Ran Binary(const std::vector<std::string>& args, const std::string& cwd) {
-  TempDir io;
-  const std::string outPath = io / "out", errPath = io / "err";
-  int o = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  int e = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  pid_t pid = test::StartRunner(args, cwd, o, e);
-  close(o);
-  close(e);
-  Ran r;
-  int ws = 0;
-  if (pid > 0 && waitpid(pid, &ws, 0) == pid && WIFEXITED(ws)) r.status = WEXITSTATUS(ws);
-  r.out = ReadBytes(outPath);
-  r.err = ReadBytes(errPath);
-  return r;
-}
-
-bool Has(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
 
 // A job record naming target, log folder and sources, with extra tag lines.
 std::string JobRecord(const TempDir& t, const std::vector<std::string>& sources,
@@ -112,7 +84,7 @@ TEST(RunnerRecord, TheExitStatusIs0OnlyWhenNothingIsRecordedAgainstTheRun) {
        [](TempDir& t) {
          t.WriteFile("src/a.txt", "alpha");
          t.WriteFile("src/b.txt", "beta");
-         Ran first = Binary({"--yes", "--target", "out", "--log", "logs", "src"}, t.path());
+         Ran first = test::RunRunner({"--yes", "--target", "out", "--log", "logs", "src"}, t.path());
          EXPECT_EQ(first.status, kExitDone) << first.err;
          Sql(t / "logs/_job.sdb",
              "UPDATE tFiles set completed = '0', source_created_low = '99999999999'");
@@ -129,7 +101,7 @@ TEST(RunnerRecord, TheExitStatusIs0OnlyWhenNothingIsRecordedAgainstTheRun) {
       {"a damaged job database is reported and left as it was",
        [](TempDir& t) {
          for (int i = 0; i < 300; ++i) t.WriteFile("src/f" + std::to_string(i), "some bytes");
-         Ran first = Binary({"--yes", "--target", "out", "--log", "logs", "src"}, t.path());
+         Ran first = test::RunRunner({"--yes", "--target", "out", "--log", "logs", "src"}, t.path());
          EXPECT_EQ(first.status, kExitDone) << first.err;
          Sql(t / "logs/_job.sdb", "UPDATE tFiles set completed = '0' where file_key > 100");
          fs::resize_file(t / "logs/_job.sdb", 16384);
@@ -181,7 +153,7 @@ TEST(RunnerRecord, TheExitStatusIs0OnlyWhenNothingIsRecordedAgainstTheRun) {
          for (int i = 0; i < 30; ++i)
            t.WriteFile("src/d" + std::to_string(i % 3) + "/f" + std::to_string(i),
                        std::to_string(i));
-         Ran first = Binary({"--yes", "--target", "out", "--log", "logs", "src"}, t.path());
+         Ran first = test::RunRunner({"--yes", "--target", "out", "--log", "logs", "src"}, t.path());
          EXPECT_EQ(first.status, kExitDone) << first.err;
          // As a kill in the middle of the walk leaves it: the later rows never written, their
          // files never copied, the walk not recorded as ended.
@@ -225,18 +197,6 @@ TEST(RunnerRecord, TheExitStatusIs0OnlyWhenNothingIsRecordedAgainstTheRun) {
          }
          EXPECT_EQ(lines, 5) << existing;
          EXPECT_FALSE(Has(existing, t / "src/" + kept + "/x.txt")) << existing;
-       }},
-      {"rename mode numbers a name without extension in a folder with a dot",
-       [](TempDir& t) {
-         t.WriteFile("src/dot.dir/README", "new");
-         t.WriteFile("out/src/dot.dir/README", "old");
-         t.WriteFile("job.rvj", JobRecord(t, {t / "src"}, "[RENAME]\t1\r\n"));
-         return std::vector<std::string>{"--yes", "job.rvj"};
-       },
-       kExitDone, nullptr,
-       [](TempDir& t, const Ran&) {
-         EXPECT_EQ(ReadBytes(t / "out/src/dot.dir/README"), "old");
-         EXPECT_EQ(ReadBytes(t / "out/src/dot.dir/README(1)"), "new");
        }},
       {"side logs beside a log folder named with error",
        [](TempDir& t) {
@@ -295,7 +255,7 @@ TEST(RunnerRecord, TheExitStatusIs0OnlyWhenNothingIsRecordedAgainstTheRun) {
     SCOPED_TRACE(c.name);
     TempDir t;
     const std::vector<std::string> args = c.setUp(t);
-    Ran r = Binary(args, t.path());
+    Ran r = test::RunRunner(args, t.path());
     EXPECT_EQ(r.status, c.status) << r.err << r.out;
     const size_t at = r.err.find(kFailureLine);
     if (!c.recordedIn) {

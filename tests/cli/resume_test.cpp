@@ -1,9 +1,6 @@
 // A collection killed in the middle of copying and resumed from its job record: every file is
 // copied and verified, nothing is lost, and only the row in hand at the kill is done twice.
-#include <fcntl.h>
 #include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -13,25 +10,13 @@
 #include <gtest/gtest.h>
 
 #include "jobdb/db_connection.h"
-#include "platform/text.h"
-#include "platform/unicode_text.h"
 #include "runner_process.h"
-#include "support/temp_dir.h"
 
 namespace qr {
 namespace {
 
+using test::Has;
 using test::TempDir;
-
-pid_t Start(const std::vector<std::string>& args, const std::string& cwd) {
-  return test::StartRunner(args, cwd, -1, -1);
-}
-
-int Wait(pid_t pid) {
-  int ws = 0;
-  waitpid(pid, &ws, 0);
-  return WIFEXITED(ws) ? WEXITSTATUS(ws) : 128 + WTERMSIG(ws);
-}
 
 int CompletedRows(const std::string& db) {
   DbConnection c;
@@ -49,27 +34,23 @@ TEST(ResumeAfterKill, EveryFileEndsCopiedAndVerifiedAndNothingIsLost) {
   std::map<std::string, std::string> contents;
   for (int i = 0; i < kFiles; ++i) {
     std::string rel = "d" + std::to_string(i % 7) + "/f" + std::to_string(i) + ".bin";
-    std::string bytes(40000 + i, static_cast<char>('a' + i % 26));
-    t.WriteFile("src/" + rel, bytes);
-    contents[rel] = bytes;
+    contents[rel] = std::string(40000 + i, static_cast<char>('a' + i % 26));
+    t.WriteFile("src/" + rel, contents[rel]);
   }
-  pid_t first = Start({"--yes", "--target", "out", "--log", "logs", "src"}, t.path());
+  const pid_t first =
+      test::StartRunner({"--yes", "--target", "out", "--log", "logs", "src"}, t.path(), -1, -1);
   // Killed once a good part of the files is done, while copying goes on.
-  int done = 0;
-  for (int i = 0; i < 3000 && done < kFiles / 4; ++i) {
+  for (int i = 0; i < 3000 && CompletedRows(t / "logs/_job.sdb") < kFiles / 4; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    done = CompletedRows(t / "logs/_job.sdb");
   }
   kill(first, SIGKILL);
-  EXPECT_EQ(Wait(first), 128 + SIGKILL);
+  EXPECT_EQ(test::WaitFor(first), 128 + SIGKILL);
   const int atKill = CompletedRows(t / "logs/_job.sdb");
   ASSERT_GT(atKill, 0);
   ASSERT_LT(atKill, kFiles) << "the run ended before it could be killed";
 
-  pid_t second = Start({"--yes", "--resume", "logs/_jobfile.rvj"}, t.path());
-  EXPECT_EQ(Wait(second), 0);
+  EXPECT_EQ(test::RunRunner({"--yes", "--resume", "logs/_jobfile.rvj"}, t.path()).status, 0);
   EXPECT_EQ(CompletedRows(t / "logs/_job.sdb"), kFiles);
-
   for (const auto& [rel, bytes] : contents) {
     EXPECT_EQ(test::ReadBytes(t / "out/src/" + rel), bytes) << rel;
   }
@@ -79,9 +60,9 @@ TEST(ResumeAfterKill, EveryFileEndsCopiedAndVerifiedAndNothingIsLost) {
   ASSERT_GT(lines.size(), 1u);
   for (size_t i = 1; i < lines.size(); ++i) {
     for (const auto& [rel, bytes] : contents) {
-      if (lines[i].find("/src/" + rel + ",") != std::string::npos) {
+      if (Has(lines[i], "/src/" + rel + ",")) {
         ++seen[rel];
-        EXPECT_NE(lines[i].find(",Y,Y,N,"), std::string::npos) << lines[i];
+        EXPECT_TRUE(Has(lines[i], ",Y,Y,N,")) << lines[i];
         break;
       }
     }
@@ -100,38 +81,31 @@ TEST(ResumeAfterKill, EveryFileEndsCopiedAndVerifiedAndNothingIsLost) {
 TEST(ResumeAJobRecord, AnEndCommandAddedToItRunsOnlyWhenAskedFor) {
   TempDir t;
   t.WriteFile("src/a.txt", "alpha");
-  ASSERT_EQ(Wait(Start({"--yes", "--target", "out", "--log", "logs", "src"}, t.path())), 0);
-  const std::string record = t / "logs/_jobfile.rvj";
-  const std::string planted = "[SHELLEX]\ttouch '" + t.path() + "/PLANTED'\r\n";
-  t.WriteFile("logs/_jobfile.rvj", test::ReadBytes(record) + planted);
-
-  const std::string errors = t / "err.txt";
-  auto resume = [&](std::vector<std::string> extra) {
-    std::vector<std::string> args = {"--yes", "--resume"};
-    args.insert(args.end(), extra.begin(), extra.end());
+  ASSERT_EQ(test::RunRunner({"--yes", "--target", "out", "--log", "logs", "src"}, t.path()).status,
+            0);
+  const std::string command = "touch '" + t.path() + "/PLANTED'";
+  t.WriteFile("logs/_jobfile.rvj",
+              test::ReadBytes(t / "logs/_jobfile.rvj") + "[SHELLEX]\t" + command + "\r\n");
+  auto resume = [&](std::vector<std::string> args) {
     args.push_back("logs/_jobfile.rvj");
-    const int err = open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    const int status = Wait(test::StartRunner(args, t.path(), -1, err));
-    close(err);
-    // The command is started and left to run: a moment for it to leave its mark.
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    return status;
+    test::Ran r = test::RunRunner(args, t.path());
+    EXPECT_EQ(r.status, 0) << r.err;
+    return r.err;
   };
-  EXPECT_EQ(resume({}), 0);
-  EXPECT_FALSE(std::filesystem::exists(t / "PLANTED"));
-  EXPECT_NE(test::ReadBytes(errors).find("It will not be run:\ntouch '" + t.path() + "/PLANTED'"),
-            std::string::npos)
-      << test::ReadBytes(errors);
+  // The command is started and left to run: a moment for it to leave its mark.
+  auto planted = [&](int waits) {
+    for (int i = 0; i < waits && !std::filesystem::exists(t / "PLANTED"); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return std::filesystem::exists(t / "PLANTED");
+  };
+  std::string err = resume({"--yes", "--resume"});
+  EXPECT_FALSE(planted(15));
+  EXPECT_TRUE(Has(err, "It will not be run:\n" + command)) << err;
 
-  EXPECT_EQ(resume({"--allow-end-command"}), 0);
-  EXPECT_NE(test::ReadBytes(errors).find("ravelin-run: Starting the end command: touch '" +
-                                         t.path() + "/PLANTED'\n"),
-            std::string::npos)
-      << test::ReadBytes(errors);
-  for (int i = 0; i < 100 && !std::filesystem::exists(t / "PLANTED"); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  EXPECT_TRUE(std::filesystem::exists(t / "PLANTED"));
+  err = resume({"--yes", "--resume", "--allow-end-command"});
+  EXPECT_TRUE(Has(err, "ravelin-run: Starting the end command: " + command + "\n")) << err;
+  EXPECT_TRUE(planted(200));
 }
 
 }  // namespace

@@ -79,11 +79,6 @@ TEST(RunnerUsage, OptionsAndSourcesAreReadInOrder) {
   EXPECT_EQ(cl->log, "L");
   // After "--" an argument that looks like an option is a source.
   EXPECT_EQ(cl->sources, (std::vector<std::string>{"b", "a", "--yes", "-q"}));
-
-  auto plain = ParseCommandLine({"only"}, error);
-  ASSERT_TRUE(plain);
-  EXPECT_FALSE(plain->yes || plain->silent || plain->help);
-  EXPECT_FALSE(plain->target || plain->log);
 }
 
 TEST(AbsolutePath, RelativePathsAreAnchoredAtTheCurrentFolderAndTidied) {
@@ -106,13 +101,12 @@ struct Box {
 };
 
 TEST(TerminalDialogs, EachBoxIsAnsweredFromYesTheTerminalOrRefused) {
+  // The whole runs also take the job notice and the report with --yes, and refuse the notice
+  // without a terminal.
   const std::vector<Box> cases = {
       {Buttons::YesNo, true, false, "", Answer::Yes},
-      {Buttons::OkCancel, true, false, "", Answer::Ok},
-      {Buttons::Ok, true, false, "", Answer::Ok},
       // No terminal: questions are refused, a notice is taken as read.
       {Buttons::YesNo, false, false, "y\n", Answer::No},
-      {Buttons::OkCancel, false, false, "y\n", Answer::Cancel},
       {Buttons::Ok, false, false, "", Answer::Ok},
       // A terminal: the person answers; anything unclear is asked again.
       {Buttons::YesNo, false, true, "y\n", Answer::Yes},
@@ -135,19 +129,6 @@ TEST(TerminalDialogs, EachBoxIsAnsweredFromYesTheTerminalOrRefused) {
   }
 }
 
-TEST(TerminalDialogs, TextIsPrintedWithPlainLineBreaksAndTheAnswerShown) {
-  std::istringstream in;
-  std::ostringstream err;
-  TerminalDialogs d(in, err, false, false);
-  d.MessageBox("WARNING! one.\r\nDo you want to continue anyway?", "Quillon Ravelin",
-               Icon::Exclamation, Buttons::YesNo);
-  EXPECT_EQ(err.str(),
-            "--- Quillon Ravelin (warning) ---\n"
-            "WARNING! one.\nDo you want to continue anyway?\n"
-            "> No (no terminal to ask; --yes accepts)\n");
-  EXPECT_EQ(TerminalText("a\r\n\r\nb\rc\nd"), "a\n\nb\nc\nd");
-}
-
 TEST(TerminalDialogs, ControlCharactersInNamesAreShownEscaped) {
   // A name that would retitle the terminal, clear it, or start an 8-bit control sequence.
   const std::string name = "x\x1b]2;owned\x07y\x1b[2J\x7f\xc2\x9b\x9b\xff\x01.txt";
@@ -164,22 +145,22 @@ TEST(TerminalDialogs, ControlCharactersInNamesAreShownEscaped) {
   // Bytes of no well-formed character: cut short, overlong, a surrogate.
   EXPECT_EQ(TerminalText("a\xe6\x97"), "a\\xE6\\x97");
   EXPECT_EQ(TerminalText("\xc0\xaf\xed\xa0\x80"), "\\xC0\\xAF\\xED\\xA0\\x80");
+  // Every line end, CR LF or alone, is a plain one.
+  EXPECT_EQ(TerminalText("a\r\n\r\nb\rc\nd"), "a\n\nb\nc\nd");
 }
 
-TEST(TerminalDialogs, InputBoxesAndPickersGetNothingWithoutATerminal) {
-  std::istringstream in("typed\n/somewhere\n");
+TEST(TerminalDialogs, InputBoxesAndPickersAskAtATerminalAndGetNothingWithoutOne) {
+  std::istringstream typed("typed\n/somewhere\n");
   std::ostringstream err;
-  TerminalDialogs d(in, err, true, false);
-  EXPECT_EQ(d.InputBox("Type the path you wish to add.", "Add Path Manually", "/"), std::nullopt);
-  EXPECT_EQ(d.PickFolder("Choose a Target Directory", ""), "");
-  EXPECT_EQ(d.OpenFile("Open", "", ""), "");
-  EXPECT_EQ(d.SaveFile("Save", "", ""), "");
+  TerminalDialogs none(typed, err, true, false);
+  EXPECT_EQ(none.InputBox("Type the path you wish to add.", "Add Path Manually", "/"),
+            std::nullopt);
+  EXPECT_EQ(none.PickFolder("Choose a Target Directory", ""), "");
+  EXPECT_EQ(none.OpenFile("Open", "", ""), "");
+  EXPECT_EQ(none.SaveFile("Save", "", ""), "");
   EXPECT_EQ(err.str(), "");
-}
 
-TEST(TerminalDialogs, InputBoxesAndPickersAskAtATerminal) {
   std::istringstream in("\nmine\nrel/dir\n\n");
-  std::ostringstream err;
   TerminalDialogs d(in, err, false, true);
   EXPECT_EQ(d.InputBox("Type the path you wish to add.", "Add Path Manually", "/"), "/");
   EXPECT_EQ(d.InputBox("Type the path you wish to add.", "Add Path Manually", "/"), "mine");

@@ -12,13 +12,14 @@ using std::chrono::seconds;
 TEST(ElapsedTimeTest, DaysHoursMinutesSecondsWithTwoDigitsEach) {
   TimePoint t0{};
   EXPECT_EQ(ElapsedTime(t0, t0), "00:00:00:00");
-  EXPECT_EQ(ElapsedTime(t0, t0 + seconds(59)), "00:00:00:59");
   EXPECT_EQ(ElapsedTime(t0, t0 + seconds(86400 + 3600 + 60 + 1)), "01:01:01:01");
   EXPECT_EQ(ElapsedTime(t0, t0 + seconds(3 * 86400 + 23 * 3600)), "03:23:00:00");
   EXPECT_EQ(ElapsedTime(t0, t0 + std::chrono::milliseconds(1999)), "00:00:00:01")
       << "whole seconds only";
 }
 
+// The runner's whole runs show the report as it usually stands; here the numbers past 32 bits and
+// the line that only timestamp mismatches add.
 TEST(ReportText, CompletedAndCancelledDifferInTheFirstLineOnly) {
   RunCounters c;
   c.TotalFiles = 12;
@@ -27,15 +28,13 @@ TEST(ReportText, CompletedAndCancelledDifferInTheFirstLineOnly) {
   c.BytesProcessed = 4000000000;
   c.ErrorCount = 2;
   c.EndTime = c.StartTime + seconds(75);
-  const std::string body =
-      "Files copied: 10 of 12\r\nBytes copied: 4000000000 of 5000000000\r\nErrors: 2\r\n\r\n"
-      "Time Elapsed: 00:00:01:15\r\n";
-  EXPECT_EQ(BuildReportText(c, false), "The process has completed successfully.\r\n\r\n" + body);
-  EXPECT_EQ(BuildReportText(c, true), "The process has been canceled.\r\n\r\n" + body);
-
+  const std::string counts =
+      "\r\n\r\nFiles copied: 10 of 12\r\nBytes copied: 4000000000 of 5000000000\r\nErrors: 2"
+      "\r\n\r\nTime Elapsed: 00:00:01:15\r\n";
+  EXPECT_EQ(BuildReportText(c, false), "The process has completed successfully." + counts);
   c.TimestampMismatches = 3;
-  EXPECT_EQ(BuildReportText(c, false),
-            "The process has completed successfully.\r\n\r\n" + body +
+  EXPECT_EQ(BuildReportText(c, true),
+            "The process has been canceled." + counts +
                 "\r\nTimestamps on 3 files could not be matched exactly.\r\nSee log for "
                 "details.\r\n");
 }

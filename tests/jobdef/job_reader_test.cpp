@@ -83,10 +83,11 @@ TEST_F(ReadRVFileTest, SourcesGoThroughAddSourceWithTheProgramsDrive) {
   const std::string viaDrive = "[RVDrive]" + c.substr(drive.size());
   Read("[SRC]\t" + dir / "missing" + "\r\n[SRC]\t" + a + "\r\n[SRC]\t" + a + "/b\r\n[SRC]\t" +
        viaDrive + "\r\n[SRC]\t[File List] " + dir / "list.txt" + "\r\n[EXTFILE]\t" + viaDrive +
-       "/ext.txt\r\n");
+       "/ext.txt\r\n[TARGET]\t[RVDrive]/[JobName]/\r\n");
   EXPECT_EQ(ctx.settings.Sources, (Strings{a, c, "[File List] " + dir / "list.txt"}));
   EXPECT_EQ(dialogs.Texts(), (Strings{dir / "missing" + kNotFound, kInsideAnEntry}));
   EXPECT_EQ(ctx.settings.ExtListFile, c + "/ext.txt");
+  EXPECT_EQ(ctx.settings.TargetPath, "[RVDrive]/[JobName]/") << "the target is taken verbatim";
 
   // The temporary folder may lie on the root file system, whose drive is empty: a program in
   // another mounted file system shows the replacement itself.
@@ -151,7 +152,9 @@ TEST_F(ReadRVFileTest, NoNumberWhereOneIsNeededIsATypeMismatchOrAnOverflow) {
       {"[D-HASH]\t- 1", 13},      {"[NUMFILES]\t12abc", 13}, {"[FILESDONE]\t", 13},
       {"[JOBSIZE]\t1e3", 13},     {"[BYTESDONE]\tx", 13},   {"[ENGINE]\tRC\r\n[COPYATTR]\tx", 13},
       {"[NUMFILES]\t3000000000", 6}, {"[LOG]\t40000", 6},
-      {"[TOTALBYTES]\t9999999999999999999", 6}};
+      {"[TOTALBYTES]\t9999999999999999999", 6}, {"[TOTALBYTES]\t922337203685477.5808", 6},
+      // Sizes pass through four decimals: the ends of that range still fit.
+      {"[TOTALBYTES]\t922337203685477.5807", 0}, {"[TOTALBYTES]\t-922337203685477.5808", 0}};
   for (const auto& [body, number] : cases) EXPECT_EQ(ErrorOf(body + "\r\n"), number) << body;
 }
 
@@ -185,13 +188,12 @@ TEST_F(ReadRVFileTest, AJobRecordsEndCommandRunsOnlyWhenThePersonAskedForIt) {
   };
   const std::string named = "[JNAME]\tn\r\n[SHELLEX]\tend.sh\r\n";
   const std::string unnamed = "[TARGET]\t/t\r\n[SHELLEX]\tend.sh\r\n";
+  // A run's own record, with the person's leave or without, is the runner's whole-run test.
   const std::vector<Case> cases = {
       {"job.lsw", named, false, "end.sh", false},          // a prepared job carries its own
       {"job.lsw", unnamed, false, "mine.sh", true},        // no name: a job record
-      {"_jobfile.rvj", unnamed, false, "mine.sh", true},   // a record, as a run writes it
       {"_jobfile.rvj", named, false, "mine.sh", true},     // a name added to a record
       {"_JOBFILE.RVJ", named, false, "mine.sh", true},
-      {"_jobfile.rvj", unnamed, true, "end.sh", false},    // the person asked for it
       {"_jobfile.rvj", "[TARGET]\t/t\r\n", false, "mine.sh", false},
   };
   for (const Case& c : cases) {
@@ -216,10 +218,8 @@ TEST_F(ReadRVFileTest, AJobRecordsEndCommandRunsOnlyWhenThePersonAskedForIt) {
 TEST(JobRecordRoundTripTest, TheEngineLinesDecideWhetherTheRobocopyFlagsStand) {
   for (const bool robocopyRun : {false, true}) {
     SCOPED_TRACE(robocopyRun ? "a ROBOCOPY run" : "both engine boxes on");
-    test::TempDir dir;
-    test::FakeDialogs dialogs;
-    test::FakePump pump;
-    RunContext writer{dialogs, pump};
+    test::RunFixture f;
+    auto& [dir, dialogs, pump, writer] = f;
     RunContext reader{dialogs, pump};
     const std::string a = dir.MakeDir("a");
     writer.program.app.programFolder = reader.program.app.programFolder = dir.path() + "/";
@@ -259,11 +259,8 @@ TEST(JobRecordRoundTripTest, TheEngineLinesDecideWhetherTheRobocopyFlagsStand) {
 }
 
 // The job manager's side.
-class PreparedJobTest : public ::testing::Test {
+class PreparedJobTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  test::TempDir dir;
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
   PreparedJob job;
   JobSettings options;
   std::string path = dir / "job.lsw";
@@ -369,26 +366,6 @@ TEST_F(PreparedJobTest, RoundTripThroughTheJobManager) {
   ASSERT_TRUE(SaveJobFile(job, options, path));
   LoadFromFile(path, back, opts);
   EXPECT_EQ(opts.Collision, kCollisionRename);
-}
-
-TEST_F(PreparedJobTest, RoundTripThroughTheMainWindow) {
-  const std::string data = dir.MakeDir("data");
-  const std::string drive = ProgramDrive(dir.path());
-  job.Sources = {"[RVDrive]" + data.substr(drive.size()), "[RVDrive]/nowhere-at-all"};
-  ASSERT_TRUE(SaveJobFile(job, options, path));
-  RunContext ctx{dialogs, pump};
-  ctx.program.app.programFolder = dir.path() + "/";
-  ctx.settings.CommonLogPath = "/mine";
-  ReadRVFile(ctx, path);
-  EXPECT_EQ(ctx.job.JobName, "Case 12");
-  EXPECT_EQ(ctx.job.SpecialInstructions, "Plug in.");
-  EXPECT_EQ(ctx.settings.Sources, Strings{data});
-  EXPECT_EQ(dialogs.Texts(), Strings{drive + "/nowhere-at-all" + kNotFound});
-  EXPECT_EQ(ctx.settings.TargetPath, "[RVDrive]/[JobName]/") << "verbatim";
-  EXPECT_EQ(ctx.settings.ExtListFile, drive + "/ext.txt");
-  EXPECT_EQ(ctx.settings.Extensions, "doc,xls");
-  EXPECT_EQ(ctx.settings.EndMonth, "");
-  EXPECT_EQ(ctx.settings.CommonLogPath, "/mine") << "[COMMONLOG] is not taken";
 }
 
 TEST_F(PreparedJobTest, LoadClearsTheFormAndSkipsCountersAndRobocopyFlags) {

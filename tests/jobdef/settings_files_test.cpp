@@ -6,9 +6,7 @@
 
 #include <filesystem>
 
-#include "exec/startup.h"
 #include "platform/errors.h"
-#include "support/child_process.h"
 #include "support/run_fixture.h"
 
 namespace qr {
@@ -53,8 +51,6 @@ TEST_F(IniFileTest, AWriteLeavesExactlyTheseBytes) {
       // updated in place instead of in a section that the reader would never reach.
       {"[s]\r\nk=old", "s", "k", "[s]\r\nk=v\r\n"},
       {"[s]\r\nk=old", "s", "m", "[s]\r\nm=v\r\nk=old\r\n"},
-      {"[s]\rk=old\rj=2\r", "s", "k", "[s]\r\nk=v\r\nj=2\r\n"},
-      {"[s]\nk=old\nj=2\n", "s", "k", "[s]\r\nk=v\r\nj=2\r\n"},
       {"[s]\rk=old\nj=2", "s", "k", "[s]\r\nk=v\r\nj=2\r\n"},
       // A value with a bracket ends its section for the writer: the key beyond it counts as
       // missing and is added again first.
@@ -154,8 +150,10 @@ TEST_F(SettingsFilesTest, RobocopySettingsRoundTrip) {
   EXPECT_EQ(back.program.geometry.widthTwips, 15000);
   EXPECT_EQ(back.program.clOverride, "/MIR");
 
-  // The width has a floor; Overwrite, which no one writes, is still read.
+  // The width has a floor; Overwrite, which no one writes, is still read. The other copy mode
+  // comes back too.
   ctx.program.geometry.widthTwips = 5000;
+  SetCopyZB(ctx.settings, true);
   SetINIVals(ctx);
   const std::string file = dir / "robocopy_settings.ini";
   EXPECT_EQ(INIread(file, "saved_settings", "WW"), "12000");
@@ -163,6 +161,7 @@ TEST_F(SettingsFilesTest, RobocopySettingsRoundTrip) {
   INIwrite(file, "saved_settings", "Rename", "0");
   GetINIVals(back);
   EXPECT_EQ(back.settings.Collision, kCollisionOverwrite);
+  EXPECT_TRUE(back.settings.CopyZB && !back.settings.CopyRestartable);
 }
 
 TEST_F(SettingsFilesTest, CopyModesFromTheFileObeyTheirExclusion) {
@@ -288,69 +287,6 @@ TEST_F(SettingsFilesTest, LocalSettingsAndGeometryAtClose) {
   WriteLocalSettings(ctx);
   EXPECT_EQ(ReadBytes(ctx.program.app.localIniPath),
             "[LocalSettings]\r\nHASHPATH=" + ctx.program.app.hashListFolder + "\r\n");
-}
-
-// Start-up's order: robocopy_settings.ini, then the boxes forced on, then defaults.ini over all.
-class StartupOrderTest : public ::testing::Test, protected test::RunFixture {
- protected:
-  std::string program = dir.MakeDir("program");
-
-  // The next start, in the same process, goes without the instance lock that this one holds.
-  void Start(RunContext& c, bool lock = true) {
-    StartupInputs in;
-    in.programFolder = program;
-    if (lock) in.instanceLockFolder = dir.MakeDir("run");
-    ASSERT_FALSE(Startup(c, in).endProgram);
-  }
-};
-
-TEST_F(StartupOrderTest, APlainStartCreatesTheFilesAndWhatTheCloseSavesTheNextStartReads) {
-  Start(ctx);
-  EXPECT_TRUE(dialogs.shown.empty());
-  const std::string rs = program + "/robocopy_settings.ini";
-  EXPECT_EQ(INIread(rs, "saved_settings", "B"), "1");
-  EXPECT_EQ(INIread(rs, "saved_settings", "S"), "1");
-  EXPECT_EQ(INIread(rs, "saved_settings", "COPY_S"), "0");
-  EXPECT_EQ(INIread(program + "/log_processes.ini", "saved_settings", "PROC_ARRAY"), "1");
-  EXPECT_FALSE(fs::exists(program + "/defaults.ini")) << "only saving makes it";
-
-  ctx.settings.CopySecurity = ctx.settings.FullPaths = true;
-  ctx.program.clOverride = "keep me";
-  SaveOnClose(ctx);
-  RunContext next{dialogs, pump};
-  Start(next, false);
-  EXPECT_TRUE(next.settings.CopySecurity && next.settings.FullPaths);
-  EXPECT_EQ(next.program.clOverride, "keep me");
-  EXPECT_TRUE(dialogs.shown.empty());
-}
-
-TEST_F(StartupOrderTest, TheForcedBoxesOverrideRobocopySettingsButNotTheRest) {
-  dir.WriteFile("program/robocopy_settings.ini",
-                "[saved_settings]\r\nCOPY_A=0\r\nCOPY_S=1\r\nSeparateTS=1\r\nRename=1\r\n");
-  Start(ctx);
-  EXPECT_TRUE(ctx.settings.CopyAttributes) << "forced on after the file";
-  EXPECT_TRUE(ctx.settings.CopySecurity && ctx.settings.SeparateTS);
-  EXPECT_EQ(ctx.settings.Collision, kCollisionRename);
-  EXPECT_FALSE(ctx.settings.CopyEmpties) << "a missing key reads as off";
-}
-
-TEST_F(StartupOrderTest, DefaultsWinOverEverythingBefore) {
-  dir.WriteFile("program/defaults.ini",
-                "[Defaults]\r\nRavelin=0\r\nCopyAttributes=0\r\nHashSource=0\r\nCopyFiles=1\r\n");
-  Start(ctx);
-  EXPECT_FALSE(ctx.settings.Ravelin) << "off in defaults.ini survives the boxes set on at load";
-  EXPECT_TRUE(ctx.settings.Robocopy) << "the engine boxes exclude each other";
-  EXPECT_FALSE(ctx.settings.CopyAttributes || ctx.settings.HashSource);
-  EXPECT_TRUE(ctx.settings.CopyFiles);
-}
-
-TEST_F(StartupOrderTest, DefaultsTurnOnAnEngineThatIsMissingButItsBoxStaysDisabled) {
-  test::EnvVar path{"PATH", dir.MakeDir("emptybin")};
-  dir.WriteFile("program/defaults.ini", "[Defaults]\r\nRobocopy=1\r\n");
-  Start(ctx);
-  EXPECT_FALSE(ctx.program.robocopyAvailable);
-  EXPECT_TRUE(ctx.settings.Robocopy && !ctx.settings.Ravelin);
-  EXPECT_FALSE(ctx.settings.enabled.Robocopy);
 }
 
 }  // namespace
