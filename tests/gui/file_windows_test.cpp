@@ -21,16 +21,10 @@
 #include "progress_window.h"
 #include "support/run_fixture.h"
 #include "window_registry.h"
+#include "window_test.h"
 
 namespace qr::gui {
 namespace {
-
-template <typename W>
-W* Child(QWidget* parent, const char* name) {
-  W* w = parent->findChild<W*>(name);
-  EXPECT_NE(w, nullptr) << name;
-  return w;
-}
 
 class FileWindowsTest : public ::testing::Test, protected test::RunFixture {
  protected:
@@ -41,7 +35,7 @@ TEST_F(FileWindowsTest, FilesPickedInTheFinderReachTheMainWindowsSourceList) {
   dir.WriteFile("case/b.txt", "b");
   dir.WriteFile("case/a.txt", "a");
   dir.WriteFile("case/c.txt", "c");
-  dir.MakeDir("case/inner");
+  dir.WriteFile("case/inner/d.txt", "d");
   MainWindow window(ctx, windows);
   window.findChild<QAction*>("tbAddFiles")->trigger();
   FileFinder* finder = window.fileFinder();
@@ -49,9 +43,13 @@ TEST_F(FileWindowsTest, FilesPickedInTheFinderReachTheMainWindowsSourceList) {
   EXPECT_EQ(finder->windowTitle(), "Add File(s) as Sources");
   EXPECT_EQ(Child<QPushButton>(finder, "CancelButton")->text(), "Finished");
 
-  auto* folder = Child<QLineEdit>(finder, "txtSourceFolder");
-  QTest::keyClicks(folder, QString::fromStdString(dir / "case"));
   auto* files = Child<QListWidget>(finder, "lstFiles");
+  dialogs.picks = {dir / "case/inner"};
+  Child<QPushButton>(finder, "cmdSourceBrowse")->click();
+  EXPECT_EQ(files->count(), 1);
+  auto* folder = Child<QLineEdit>(finder, "txtSourceFolder");
+  folder->clear();
+  QTest::keyClicks(folder, Q(dir / "case"));
   ASSERT_EQ(files->count(), 3);
   files->item(2)->setSelected(true);
   files->item(0)->setSelected(true);
@@ -81,6 +79,7 @@ TEST_F(FileWindowsTest, ThePickersButtonsWriteTermsIntoTheGivenField) {
   FileTypePicker picker(ctx, &txtExt);
   picker.show();
   EXPECT_EQ(picker.windowTitle(), "File Type Definitions");
+  EXPECT_TRUE(Child<QLabel>(&picker, "lblInstructions")->text().startsWith("Choose a category"));
   auto* cats = Child<QListWidget>(&picker, "listFileCats");
   ASSERT_EQ(cats->count(), 2);
   cats->setCurrentRow(1);

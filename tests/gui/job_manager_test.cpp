@@ -5,19 +5,14 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
-#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
-#include <QDragEnterEvent>
-#include <QDropEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
-#include <QMimeData>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTest>
-#include <QUrl>
 #include <filesystem>
 
 #include "file_finder.h"
@@ -28,13 +23,12 @@
 #include "support/fake_dialogs.h"
 #include "support/temp_dir.h"
 #include "window_registry.h"
+#include "window_test.h"
 
 namespace qr::gui {
 namespace {
 
 namespace fs = std::filesystem;
-
-QString Q(const std::string& s) { return QString::fromStdString(s); }
 
 class JobManagerWindowTest : public ::testing::Test {
  protected:
@@ -42,9 +36,7 @@ class JobManagerWindowTest : public ::testing::Test {
 
   template <typename W>
   static W* Child(QWidget* window, const char* name) {
-    W* w = window->findChild<W*>(name);
-    EXPECT_NE(w, nullptr) << name;
-    return w;
+    return gui::Child<W>(window, name);
   }
   template <typename W>
   W* Child(const char* name) {
@@ -118,6 +110,14 @@ TEST_F(JobManagerWindowTest, AJobTypedSavedAndLoadedBackThroughTheWidgets) {
   EXPECT_EQ(dialogs.pickerTitles.size(), asked);
   EXPECT_NE(test::ReadBytes(t / "jobs/payroll.lsw").find("[JNAME]\tPayroll 2\r\n"),
             std::string::npos);
+
+  // A damaged job file is said, and the window keeps what it shows.
+  const size_t boxes = dialogs.shown.size();
+  other.OpenJob(t.WriteFile("_lsw/broken.lsw", std::string("\x7f" "ELF\0\0\0\t[JNAME]", 12)));
+  ASSERT_EQ(dialogs.shown.size(), boxes + 1);
+  EXPECT_NE(dialogs.shown.back().text.find("could not be loaded: it is not a job file."),
+            std::string::npos);
+  EXPECT_EQ(Child<QLineEdit>(&other, "txtOrderName")->text(), "Payroll 2");
 }
 
 TEST_F(JobManagerWindowTest, ActiveHelpFollowsTheMouseAndStaysWhenItLeaves) {
@@ -146,15 +146,14 @@ TEST_F(JobManagerWindowTest, FileTypesAddFileAndDropsReachTheirWindowsAndTheList
   ASSERT_NE(finder, nullptr);
   EXPECT_TRUE(finder->isVisible());
 
-  QMimeData data;
-  data.setUrls({QUrl::fromLocalFile("/nowhere/a"), QUrl::fromLocalFile("/nowhere/b")});
-  QWidget* viewport = Child<QListWidget>("listSources")->viewport();
-  QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-  QApplication::sendEvent(viewport, &enter);
-  EXPECT_TRUE(enter.isAccepted());
-  QDropEvent drop(QPointF(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-  QApplication::sendEvent(viewport, &drop);
-  EXPECT_EQ(Child<QListWidget>("listSources")->count(), 2);  // kept as text, not checked here
+  DropFiles(Child<QListWidget>("listSources")->viewport(), {"/nowhere/a", "/nowhere/b"});
+  QListWidget* sources = Child<QListWidget>("listSources");
+  ASSERT_EQ(sources->count(), 2);  // kept as text, not checked here
+  // Removing the last entry selects the one that is now last.
+  sources->item(1)->setSelected(true);
+  Child<QPushButton>("lnkRemove")->click();
+  ASSERT_EQ(sources->count(), 1);
+  EXPECT_TRUE(sources->item(0)->isSelected());
   // What the picker writes into the box is the job's, as typing is.
   Child<QLineEdit>("txtExt")->setText("[Documents],pdf");
   QTest::keyClicks(Child<QLineEdit>("txtOrderName"), "Types");
@@ -162,17 +161,6 @@ TEST_F(JobManagerWindowTest, FileTypesAddFileAndDropsReachTheirWindowsAndTheList
   Child<QPushButton>("cmdSave")->click();
   EXPECT_NE(test::ReadBytes(t / "types.lsw").find("[EXTS]\t[Documents],pdf\r\n"),
             std::string::npos);
-}
-
-TEST_F(JobManagerWindowTest, ADamagedJobFileIsSaidAndTheWindowKeepsItsFields) {
-  QTest::keyClicks(Child<QLineEdit>("txtOrderName"), "Mine");
-  manager.OpenJob(t.WriteFile("_lsw/broken.lsw", std::string("\x7f" "ELF\0\0\0\t[JNAME]", 12)));
-  EXPECT_TRUE(manager.isVisible());
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_NE(dialogs.shown[0].text.find("could not be loaded: it is not a job file."),
-            std::string::npos);
-  EXPECT_EQ(Child<QLineEdit>("txtOrderName")->text(), "Mine");
-  EXPECT_EQ(Child<QLineEdit>("txtTarget")->text(), "[RVDrive]/[JobName]/");
 }
 
 TEST_F(JobManagerWindowTest, TheMainWindowsMenuOpensItAndItsRunCollectsThroughTheMainWindow) {

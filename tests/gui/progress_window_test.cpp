@@ -3,39 +3,27 @@
 
 #include <gtest/gtest.h>
 
-#include <QApplication>
 #include <QFrame>
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
 #include <QTest>
 
-#include "support/fake_dialogs.h"
 #include "qt_event_pump.h"
+#include "support/run_fixture.h"
 #include "twips.h"
+#include "window_test.h"
 
 namespace qr::gui {
 namespace {
 
-class ProgressWindowTest : public ::testing::Test {
+class ProgressWindowTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  static void SetUpTestSuite() {
-    static int argc = 1;
-    static char name[] = "ravelin_gui_tests";
-    static char* argv[] = {name, nullptr};
-    if (QApplication::instance() == nullptr) new QApplication(argc, argv);
-  }
-
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   ProgressWindow window{ctx};
 
   template <typename W>
   W* Child(const char* name) {
-    W* w = window.findChild<W*>(name);
-    EXPECT_NE(w, nullptr) << name;
-    return w;
+    return gui::Child<W>(&window, name);
   }
   void Show() {
     ctx.progress.visible = true;

@@ -45,12 +45,8 @@ TEST_F(JobManagerTest, SaveNeedsANameAndAsksForAFileUnlessAJobWasLoaded) {
   EXPECT_FALSE(fs::exists(dir / "b.LSW.lsw"));
   EXPECT_FALSE(fs::exists(".lsw"));
 
-  // A loaded .lsw is saved in place; Save As always asks.
+  // Save As asks also after a load (which Save writes back in place), and the load stays.
   ASSERT_TRUE(OpenJobFile(ctx, f, dir / "a.lsw"));
-  f.job.Instructions = "changed";
-  cmdSave_Click(ctx, f);
-  EXPECT_EQ(dialogs.pickerTitles.size(), 3u);
-  EXPECT_NE(test::ReadBytes(dir / "a.lsw").find("[JINSTRUCT]\tchanged\r\n"), std::string::npos);
   dialogs.picks = {dir / "c"};
   cmdSaveAs_Click(ctx, f);
   EXPECT_EQ(dialogs.pickerTitles.back(), "Save As Lantern Sweep file");
@@ -60,6 +56,11 @@ TEST_F(JobManagerTest, SaveNeedsANameAndAsksForAFileUnlessAJobWasLoaded) {
 
 TEST_F(JobManagerTest, LoadTakesAJobAndAJobRecordIsNeverSavedInPlace) {
   const std::string rvj = dir.WriteFile("_jobfile.rvj", "[TARGET]\t/t\r\n[SRC]\t[RVDrive]/x\r\n");
+  // A load starts from a clear form.
+  f.job.LogPath = "/old";
+  f.job.Sources = {"/old"};
+  f.job.ExtAction = kExtensionDoNotCopy;
+  f.job.LSWSearchAccessed = true;
   dialogs.picks = {rvj};
   cmdLoad_Click(ctx, f);
   EXPECT_EQ(dialogs.pickerTitles.back(), "Open a Lantern Sweep or Ravelin Job file");
@@ -68,6 +69,9 @@ TEST_F(JobManagerTest, LoadTakesAJobAndAJobRecordIsNeverSavedInPlace) {
             "Ravelin Job (*.rvj)|*.rvj");
   EXPECT_EQ(f.job.Target, "/t");
   EXPECT_EQ(f.job.Sources, std::vector<std::string>{"[RVDrive]/x"});
+  EXPECT_TRUE(f.job.LogPath.empty());
+  EXPECT_EQ(f.job.ExtAction, kExtensionCopyOnly);
+  EXPECT_FALSE(f.job.LSWSearchAccessed);
   EXPECT_FALSE(f.JobLoaded);
   EXPECT_TRUE(f.JobFilePath.empty());
 
@@ -101,20 +105,6 @@ TEST_F(JobManagerTest, ADamagedJobFileIsRefusedAndChangesNothing) {
     EXPECT_EQ(f.JobFilePath, dir / "kept.lsw");
     EXPECT_EQ(ctx.settings.ExclusionPatterns, std::vector<std::string>{"*.tmp"});
   }
-}
-
-TEST_F(JobManagerTest, ClearFormLeavesEmptyPathsAndKeepsTheComputerName) {
-  f.job.CompName = "HOST1";
-  f.job.ExtAction = kExtensionDoNotCopy;
-  f.job.LSWSearchAccessed = true;
-  f.job.Sources = {"/a"};
-  ClearForm(f);
-  EXPECT_TRUE(f.job.Target.empty());
-  EXPECT_TRUE(f.job.LogPath.empty());
-  EXPECT_TRUE(f.job.Sources.empty());
-  EXPECT_EQ(f.job.ExtAction, kExtensionCopyOnly);
-  EXPECT_FALSE(f.job.LSWSearchAccessed);
-  EXPECT_EQ(f.job.CompName, "HOST1");
 }
 
 TEST_F(JobManagerTest, RunHandsTheFieldsOverWithTheVariablesReplacedInTheirOrder) {
