@@ -16,7 +16,6 @@
 #include <QPushButton>
 #include <QTest>
 #include <QTimer>
-#include <QToolBar>
 #include <algorithm>
 #include <chrono>
 #include <functional>
@@ -114,35 +113,19 @@ class MainWindowTest : public ::testing::Test {
 
 TEST_F(MainWindowTest, EveryMenuEntryAndToolbarButtonReachesItsAction) {
   Open();
-  // Caption (empty for a toolbar button), then the picker the entry opens.
-  struct Entry {
-    const char* name;
-    const char* caption;
-    const char* picker;
-  };
-  const std::vector<Entry> entries = {
-      {"mnuAddSource", "Add a Source Directory", "Add a Source Directory"},
-      {"tbAddSource", "", "Add a Source Directory"},
-      {"mnuAddFromList", "Add Sources From List", "Select a file list"},
-      {"tbAddList", "", "Select a file list"},
-      {"mnuChooseTargetFolder", "Choose a Target Folder", "Choose a Target Directory"},
-      {"tbPickTarget", "", "Choose a Target Directory"},
-      {"mnuResume", "Resume", "Choose a Ravelin Job file to open"},
-      {"tbResume", "", "Choose a Ravelin Job file to open"}};
-  QToolBar* toolbar = window->findChild<QToolBar*>();
-  ASSERT_NE(toolbar, nullptr);
-  for (const Entry& e : entries) {
-    SCOPED_TRACE(e.name);
-    QAction* a = Child<QAction>(e.name);
-    if (*e.caption != '\0') {
-      EXPECT_EQ(a->text().remove('&'), e.caption);
-    } else {
-      EXPECT_TRUE(toolbar->actions().contains(a));
-      EXPECT_FALSE(a->icon().pixmap(32, 32).isNull());
-    }
+  const std::vector<std::pair<const char*, const char*>> entries = {
+      {"mnuAddSource", "Add a Source Directory"}, {"tbAddSource", "Add a Source Directory"},
+      {"mnuAddFromList", "Select a file list"},   {"tbAddList", "Select a file list"},
+      {"mnuChooseTargetFolder", "Choose a Target Directory"},
+      {"tbPickTarget", "Choose a Target Directory"},
+      {"mnuResume", "Choose a Ravelin Job file to open"},
+      {"tbResume", "Choose a Ravelin Job file to open"}};
+  for (const auto& [name, picker] : entries) {
+    QAction* a = Child<QAction>(name);
+    EXPECT_TRUE(name[0] != 't' || !a->icon().pixmap(32, 32).isNull()) << "icon of " << name;
     dialogs.pickerTitles.clear();
     a->trigger();
-    EXPECT_EQ(dialogs.pickerTitles, std::vector<std::string>{e.picker});
+    EXPECT_EQ(dialogs.pickerTitles, std::vector<std::string>{picker}) << name;
   }
   Child<QAction>("tbCopyOptions")->trigger();
   EXPECT_TRUE(window->optionsDialog()->isVisible());
@@ -159,25 +142,17 @@ TEST_F(MainWindowTest, EveryMenuEntryAndToolbarButtonReachesItsAction) {
   EXPECT_EQ(dialogs.Texts(), std::vector<std::string>{"Type the path you wish to add."});
 }
 
-TEST_F(MainWindowTest, TypingInTheTargetCarriesTheLogAlongUntilTheyDisagree) {
+// The rule itself is the core's; here, that typing and Browse reach it and the settings.
+TEST_F(MainWindowTest, TheTargetBoxCarriesTheLogAlongUntilTheyDisagree) {
   Open();
   auto* target = Child<QLineEdit>("txtTargetPath");
   auto* log = Child<QLineEdit>("txtLogPath");
+  log->setText("/cases/4");
   QTest::keyClicks(target, "/cases/42");
-  // The log was empty, so "/" started nothing; from "/c" on the boxes never agreed.
-  EXPECT_EQ(log->text(), "");
-  log->setText("/cases/42");
-  QTest::keyClicks(target, "/a");
-  EXPECT_EQ(log->text(), "/cases/42/a");
-  QTest::keyClick(target, Qt::Key_Backspace);
-  QTest::keyClick(target, Qt::Key_Backspace);
-  EXPECT_EQ(log->text(), "/cases/42");
   EXPECT_EQ(ctx.settings.LogPath, "/cases/42");
-  // A folder chosen with Browse carries the log along as typing does.
   dialogs.picks = {"/cases/42b"};
   Child<QPushButton>("cmdBrowseTarget")->click();
   EXPECT_EQ(log->text(), "/cases/42b");
-  // A log path of its own stays put.
   log->setText("/logs");
   QTest::keyClicks(target, "x");
   EXPECT_EQ(ctx.settings.TargetPath, "/cases/42bx");
@@ -196,9 +171,11 @@ TEST_F(MainWindowTest, FilesAndFoldersDroppedOnTheFormOrItsControlsGoToAddSource
   EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{a, f, other}));
   EXPECT_EQ(Child<QListWidget>("lstSources")->count(), 3);
   EXPECT_EQ(Child<QLineEdit>("txtTargetPath")->text(), "");  // not taken as typed text
-  ASSERT_EQ(dialogs.shown.size(), 2u);
-  EXPECT_NE(dialogs.shown[0].text.find("This directory will not be added."), std::string::npos);
-  EXPECT_NE(dialogs.shown[1].text.find("cannot be found on this machine."), std::string::npos);
+  EXPECT_EQ(dialogs.shown.size(), 2u) << "the folder inside a source, and the missing path";
+  // A selection made in the list is what Remove takes.
+  Child<QListWidget>("lstSources")->item(1)->setSelected(true);
+  Child<QPushButton>("cmdRemove")->click();
+  EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{a, other}));
 }
 
 TEST_F(MainWindowTest, AWholeCollectionRunFromTheWindow) {
@@ -213,8 +190,7 @@ TEST_F(MainWindowTest, AWholeCollectionRunFromTheWindow) {
 
   // What the windows show at the pump points of the copying.
   int pumpsInRun = 0;
-  bool controlsDisabled = true;
-  bool progressShown = true;
+  bool controlsDisabled = true, progressShown = true;
   ProgressWindow* progress = window->progressWindow();
   QLabel* filesCopied = gui::Child<QLabel>(progress, "lblFilesCopied");
   QLabel* currentFile = gui::Child<QLabel>(progress, "lblCurrentFile");
@@ -237,8 +213,7 @@ TEST_F(MainWindowTest, AWholeCollectionRunFromTheWindow) {
   EXPECT_EQ(texts[0], "Please close all applications before continuing.");
   EXPECT_NE(texts[1].find("\r\nFiles copied: 30 of 30\r\n"), std::string::npos) << texts[1];
   EXPECT_GT(pumpsInRun, 0);
-  EXPECT_TRUE(controlsDisabled);
-  EXPECT_TRUE(progressShown) << "the progress window is up for the whole run";
+  EXPECT_TRUE(controlsDisabled && progressShown) << "both for the whole run";
   // The labels move with the run: more than one count and file drawn while it copied.
   EXPECT_GT(filesCopiedSeen.size(), 2u);
   EXPECT_GT(currentFileSeen.size(), 2u);
@@ -246,7 +221,6 @@ TEST_F(MainWindowTest, AWholeCollectionRunFromTheWindow) {
     return s.isEmpty() || s.startsWith("Current File: ");
   }));
   EXPECT_FALSE(progress->isVisible());
-  EXPECT_TRUE(Child<QPushButton>("cmdRun")->isEnabled());
   EXPECT_EQ(window->windowTitle(), "Quillon Ravelin 2.2 Rover Edition");
   ExpectAllCollected(kFiles, t / "out", t / "logs");
 }
@@ -304,9 +278,7 @@ TEST_F(MainWindowTest, DuringARunTheRunControlsAreOffCancelWorksAndClosingOnlyCa
                during.resumeEnabled);
   EXPECT_TRUE(during.logEnabled && during.cancelEnabled);
   const auto texts = dialogs.Texts();
-  EXPECT_EQ(
-      std::count(texts.begin(), texts.end(), "Please close all applications before continuing."),
-      1);
+  EXPECT_EQ(std::count(texts.begin(), texts.end(), texts[0]), 1) << "no second run";
 
   dialogs.seen.clear();
   dialogs.inside = [&] {
@@ -317,7 +289,6 @@ TEST_F(MainWindowTest, DuringARunTheRunControlsAreOffCancelWorksAndClosingOnlyCa
   };
   Child<QPushButton>("cmdRun")->click();
   EXPECT_FALSE(closed);  // the window stays while its run goes on
-  EXPECT_TRUE(window->isVisible());
   EXPECT_TRUE(Child<QPushButton>("cmdRun")->isEnabled());
   EXPECT_TRUE(window->close());  // outside a run the window simply closes
 }
