@@ -1,25 +1,18 @@
-// The main window offscreen, through its real widgets: what its menus, toolbar, boxes and drops
-// reach, whole collections run from it (a resumed one too), and its place written at close.
+// The main window offscreen, through its real widgets: what its menus, toolbar, boxes, drops and
+// file finder reach, whole collections run from it (a resumed one too), and its place written at
+// close.
 #include "main_window.h"
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 
-#include <QAction>
-#include <QLabel>
-#include <QLineEdit>
-#include <QListWidget>
 #include <QMessageBox>
 #include <QPixmap>
 #include <QProcess>
-#include <QPushButton>
-#include <QTest>
 #include <QTimer>
+#include <QTreeWidget>
 #include <algorithm>
-#include <chrono>
 #include <functional>
-#include <memory>
 #include <set>
 #include <thread>
 #include <utility>
@@ -32,10 +25,6 @@
 #include "options_dialog.h"
 #include "progress_window.h"
 #include "qt_dialogs.h"
-#include "qt_event_pump.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
-#include "window_registry.h"
 #include "window_test.h"
 
 namespace qr::gui {
@@ -69,12 +58,9 @@ class WindowDialogs : public test::FakeDialogs {
   }
 };
 
-class MainWindowTest : public ::testing::Test {
+class MainWindowTest : public WindowFixture<WindowDialogs> {
  protected:
-  MainWindowTest() {
-    pump.setRefresh([this] { windows.RefreshAll(); });
-    dialogs.windows = &windows;
-  }
+  MainWindowTest() { dialogs.windows = &windows; }
   template <typename W>
   W* Child(const char* name) {
     return gui::Child<W>(window.get(), name);
@@ -102,12 +88,6 @@ class MainWindowTest : public ::testing::Test {
     }
   }
 
-  test::TempDir t;
-  WindowDialogs dialogs;
-  // Every pump does its round, so the tests see each state a run passes through.
-  QtEventPump pump{std::chrono::nanoseconds(0)};
-  RunContext ctx{dialogs, pump};
-  WindowRegistry windows;
   std::unique_ptr<MainWindow> window;
 };
 
@@ -176,6 +156,39 @@ TEST_F(MainWindowTest, FilesAndFoldersDroppedOnTheFormOrItsControlsGoToAddSource
   Child<QListWidget>("lstSources")->item(1)->setSelected(true);
   Child<QPushButton>("cmdRemove")->click();
   EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{a, other}));
+}
+
+
+TEST_F(MainWindowTest, FilesPickedInTheFinderReachTheMainWindowsSourceList) {
+  t.WriteFile("case/b.txt", "b");
+  t.WriteFile("case/a.txt", "a");
+  t.WriteFile("case/c.txt", "c");
+  t.WriteFile("case/inner/d.txt", "d");
+  Open();
+  Child<QAction>("tbAddFiles")->trigger();
+  FileFinder* finder = window->fileFinder();
+
+  auto* files = gui::Child<QListWidget>(finder, "lstFiles");
+  dialogs.picks = {t / "case/inner"};
+  gui::Child<QPushButton>(finder, "cmdSourceBrowse")->click();
+  EXPECT_EQ(files->count(), 1);
+  auto* folder = gui::Child<QLineEdit>(finder, "txtSourceFolder");
+  folder->clear();
+  QTest::keyClicks(folder, Q(t / "case"));
+  ASSERT_EQ(files->count(), 3);
+  files->item(2)->setSelected(true);
+  files->item(0)->setSelected(true);
+  // The tree has followed the typed folder, opened one level at a time.
+  const QTreeWidgetItem* current = gui::Child<QTreeWidget>(finder, "dDirs")->currentItem();
+  ASSERT_NE(current, nullptr);
+  EXPECT_EQ(current->text(0), "case");
+
+  gui::Child<QPushButton>(finder, "OKButton")->click();
+  EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{t / "case/a.txt", t / "case/c.txt"}));
+  EXPECT_EQ(Child<QListWidget>("lstSources")->count(), 2);
+  EXPECT_TRUE(finder->isVisible()) << "OK adds and leaves the finder open";
+  gui::Child<QPushButton>(finder, "CancelButton")->click();
+  EXPECT_FALSE(finder->isVisible());
 }
 
 TEST_F(MainWindowTest, AWholeCollectionRunFromTheWindow) {

@@ -1,16 +1,33 @@
 #pragma once
-// What the window tests share: one QApplication for the whole test program, a widget found by
-// its name, and files dropped on a widget as a desktop drops them.
+// What the window tests share: one QApplication for the whole test program, a run context whose
+// pump draws every window on each call, a widget found by its name, and files dropped on a
+// widget as a desktop drops them.
 #include <gtest/gtest.h>
 
+#include <QAction>
 #include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
 #include <QDragEnterEvent>
 #include <QDropEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
 #include <QMimeData>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTest>
 #include <QUrl>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "qt_event_pump.h"
+#include "run/run_context.h"
+#include "support/fake_dialogs.h"
+#include "support/temp_dir.h"
+#include "window_registry.h"
 
 namespace qr::gui {
 
@@ -33,6 +50,17 @@ class QtApplicationEnvironment : public ::testing::Environment {
 
 inline ::testing::Environment* const kQtEnvironment =
     ::testing::AddGlobalTestEnvironment(new QtApplicationEnvironment);
+
+// Every pump does its round, so a test sees each state a run passes through.
+template <typename Dialogs = test::FakeDialogs>
+struct WindowFixture : ::testing::Test {
+  WindowFixture() { pump.setRefresh([this] { windows.RefreshAll(); }); }
+  test::TempDir t;
+  Dialogs dialogs;
+  QtEventPump pump{std::chrono::nanoseconds(0)};
+  RunContext ctx{dialogs, pump};
+  WindowRegistry windows;
+};
 
 template <typename W>
 W* Child(const QObject* parent, const char* name) {
