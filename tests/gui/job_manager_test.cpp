@@ -1,54 +1,28 @@
 // The job manager offscreen, through its widgets: a job typed, saved and loaded back, Active
-// Help, File Types, a damaged job file, and a job run through the main window.
+// Help, the file type picker, a damaged job file, and a job run through the main window.
 #include "job_manager.h"
 
-#include <gtest/gtest.h>
-
-#include <QAction>
-#include <QApplication>
-#include <QCheckBox>
-#include <QComboBox>
-#include <QDragEnterEvent>
-#include <QDropEvent>
-#include <QLabel>
-#include <QLineEdit>
-#include <QListWidget>
-#include <QMimeData>
-#include <QPlainTextEdit>
-#include <QPushButton>
-#include <QTest>
-#include <QUrl>
 #include <filesystem>
 
 #include "file_finder.h"
+#include "file_type_picker.h"
 #include "main_window.h"
 #include "options_dialog.h"
 #include "progress_window.h"
-#include "qt_event_pump.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
-#include "window_registry.h"
+#include "window_test.h"
 
 namespace qr::gui {
 namespace {
 
 namespace fs = std::filesystem;
 
-QString Q(const std::string& s) { return QString::fromStdString(s); }
-
-class JobManagerWindowTest : public ::testing::Test {
+class JobManagerWindowTest : public WindowFixture<> {
  protected:
   void SetUp() override { ctx.program.app.programFolder = t.MakeDir("program") + "/"; }
 
   template <typename W>
-  static W* Child(QWidget* window, const char* name) {
-    W* w = window->findChild<W*>(name);
-    EXPECT_NE(w, nullptr) << name;
-    return w;
-  }
-  template <typename W>
   W* Child(const char* name) {
-    return Child<W>(&manager, name);
+    return gui::Child<W>(&manager, name);
   }
   void Hover(const char* name) {
     QEvent enter(QEvent::Enter);
@@ -56,19 +30,12 @@ class JobManagerWindowTest : public ::testing::Test {
   }
   QString Help() { return Child<QLabel>("lblHelpTopic")->text(); }
 
-  test::TempDir t;
-  test::FakeDialogs dialogs;
-  QtEventPump pump{std::chrono::nanoseconds(0)};
-  RunContext ctx{dialogs, pump};
   JobManager manager{ctx, nullptr};
 };
 
 TEST_F(JobManagerWindowTest, AJobTypedSavedAndLoadedBackThroughTheWidgets) {
   EXPECT_EQ(manager.windowTitle(), "Lantern Sweep Job Manager");
-  EXPECT_EQ(Child<QLineEdit>("txtTarget")->text(), "[RVDrive]/[JobName]/");
-  QLabel* name = Child<QLabel>("lblOrderName");
-  EXPECT_EQ(name->text(), "Job &Name:");  // the core's words, the form's mnemonic
-  EXPECT_EQ(name->buddy(), Child<QLineEdit>("txtOrderName"));
+  EXPECT_EQ(Child<QLabel>("lblOrderName")->text(), "Job &Name:");  // the form's mnemonic kept
   QTest::keyClicks(Child<QLineEdit>("txtOrderName"), "Payroll");
   QTest::keyClicks(Child<QPlainTextEdit>("txtInstructions"), "Call Ann");
   QTest::keyClicks(Child<QLineEdit>("txtCompName"), "HOST-9");
@@ -98,31 +65,37 @@ TEST_F(JobManagerWindowTest, AJobTypedSavedAndLoadedBackThroughTheWidgets) {
 
   JobManager other(ctx, nullptr);
   dialogs.picks = {t / "jobs/payroll.lsw"};
-  Child<QPushButton>(&other, "cmdLoad")->click();
-  EXPECT_EQ(Child<QLineEdit>(&other, "txtOrderName")->text(), "Payroll");
-  EXPECT_EQ(Child<QPlainTextEdit>(&other, "txtInstructions")->toPlainText(), "Call Ann");
-  EXPECT_EQ(Child<QLineEdit>(&other, "txtCompName")->text(), "HOST-9");
-  EXPECT_EQ(Child<QLineEdit>(&other, "txtLogPath")->text(), "[RVDrive]/logs");
-  EXPECT_EQ(Child<QLineEdit>(&other, "txtBeginMonth")->text(), "");
-  EXPECT_TRUE(Child<QCheckBox>(&other, "chkLSWSearchAccessed")->isChecked());
-  EXPECT_FALSE(Child<QCheckBox>(&other, "chkLSWSearchCreated")->isChecked());
-  EXPECT_EQ(Child<QComboBox>(&other, "cboExtAction")->currentIndex(), 1);
-  QListWidget* sources = Child<QListWidget>(&other, "listSources");
+  gui::Child<QPushButton>(&other, "cmdLoad")->click();
+  QString shown;
+  for (const char* box : {"txtOrderName", "txtCompName", "txtLogPath", "txtBeginMonth"}) {
+    shown += gui::Child<QLineEdit>(&other, box)->text() + "|";
+  }
+  EXPECT_EQ(shown, "Payroll|HOST-9|[RVDrive]/logs||");
+  EXPECT_EQ(gui::Child<QPlainTextEdit>(&other, "txtInstructions")->toPlainText(), "Call Ann");
+  EXPECT_TRUE(gui::Child<QCheckBox>(&other, "chkLSWSearchAccessed")->isChecked());
+  EXPECT_FALSE(gui::Child<QCheckBox>(&other, "chkLSWSearchCreated")->isChecked());
+  EXPECT_EQ(gui::Child<QComboBox>(&other, "cboExtAction")->currentIndex(), 1);
+  QListWidget* sources = gui::Child<QListWidget>(&other, "listSources");
   ASSERT_EQ(sources->count(), 1);
   EXPECT_EQ(sources->item(0)->text(), "[LDrive]");
 
   // Loaded from a .lsw, Save writes back to it without asking.
   const size_t asked = dialogs.pickerTitles.size();
-  QTest::keyClicks(Child<QLineEdit>(&other, "txtOrderName"), " 2");
-  Child<QPushButton>(&other, "cmdSave")->click();
+  QTest::keyClicks(gui::Child<QLineEdit>(&other, "txtOrderName"), " 2");
+  gui::Child<QPushButton>(&other, "cmdSave")->click();
   EXPECT_EQ(dialogs.pickerTitles.size(), asked);
   EXPECT_NE(test::ReadBytes(t / "jobs/payroll.lsw").find("[JNAME]\tPayroll 2\r\n"),
             std::string::npos);
+
+  // A damaged job file is said, and the window keeps what it shows.
+  const size_t boxes = dialogs.shown.size();
+  other.OpenJob(t.WriteFile("_lsw/broken.lsw", std::string("\x7f" "ELF\0\0\0\t[JNAME]", 12)));
+  EXPECT_EQ(dialogs.shown.size(), boxes + 1);
+  EXPECT_EQ(gui::Child<QLineEdit>(&other, "txtOrderName")->text(), "Payroll 2");
 }
 
 TEST_F(JobManagerWindowTest, ActiveHelpFollowsTheMouseAndStaysWhenItLeaves) {
   Hover("txtTarget");
-  EXPECT_EQ(Help(), "Job Target Path");
   EXPECT_TRUE(Child<QLabel>("lblHelpContent")->text().startsWith("Type the path that you want"));
   Hover("cmdRun");  // no topic of its own: the pane keeps what it had
   EXPECT_EQ(Help(), "Job Target Path");
@@ -138,70 +111,67 @@ TEST_F(JobManagerWindowTest, ActiveHelpFollowsTheMouseAndStaysWhenItLeaves) {
 }
 
 TEST_F(JobManagerWindowTest, FileTypesAddFileAndDropsReachTheirWindowsAndTheList) {
+  t.WriteFile("program/_filetypes/filetypes.txt",
+              "Images\tPNG Image\tpng\t^\\x89PNG\t0\n"
+              "Documents\tPDF Document\tpdf\t^%PDF-\t0\n");
+  QTest::keyClicks(Child<QLineEdit>("txtExt"), "doc");
   Child<QPushButton>("cmdBrowseFileTypes")->click();
-  ASSERT_NE(manager.fileTypePicker(), nullptr);
-  EXPECT_TRUE(manager.fileTypePicker()->isVisible());
+  FileTypePicker* picker = manager.fileTypePicker();
+  ASSERT_TRUE(picker != nullptr && picker->isVisible());
+  gui::Child<QListWidget>(picker, "listFileCats")->setCurrentRow(1);
+  EXPECT_EQ(gui::Child<QLabel>(picker, "lblComponentTypes")->text(),
+            "File Definitions in Documents");
+  gui::Child<QPushButton>(picker, "cmdAddCat")->click();
+  gui::Child<QListWidget>(picker, "listFileDefs")->setCurrentRow(0);
+  gui::Child<QPushButton>(picker, "cmdAddType")->click();
+  gui::Child<QPushButton>(picker, "cmdCancel")->click();
+  EXPECT_FALSE(picker->isVisible());
+
   Child<QPushButton>("lnkAddFile")->click();
   auto* finder = manager.findChild<FileFinder*>();
-  ASSERT_NE(finder, nullptr);
-  EXPECT_TRUE(finder->isVisible());
+  ASSERT_TRUE(finder != nullptr && finder->isVisible());
 
-  QMimeData data;
-  data.setUrls({QUrl::fromLocalFile("/nowhere/a"), QUrl::fromLocalFile("/nowhere/b")});
-  QWidget* viewport = Child<QListWidget>("listSources")->viewport();
-  QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-  QApplication::sendEvent(viewport, &enter);
-  EXPECT_TRUE(enter.isAccepted());
-  QDropEvent drop(QPointF(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-  QApplication::sendEvent(viewport, &drop);
-  EXPECT_EQ(Child<QListWidget>("listSources")->count(), 2);  // kept as text, not checked here
+  DropFiles(Child<QListWidget>("listSources")->viewport(), {"/nowhere/a", "/nowhere/b"});
+  QListWidget* sources = Child<QListWidget>("listSources");
+  ASSERT_EQ(sources->count(), 2);  // kept as text, not checked here
+  // Removing the last entry selects the one that is now last.
+  sources->item(1)->setSelected(true);
+  Child<QPushButton>("lnkRemove")->click();
+  ASSERT_EQ(sources->count(), 1);
+  EXPECT_TRUE(sources->item(0)->isSelected());
   // What the picker writes into the box is the job's, as typing is.
-  Child<QLineEdit>("txtExt")->setText("[Documents],pdf");
   QTest::keyClicks(Child<QLineEdit>("txtOrderName"), "Types");
   dialogs.picks = {t / "types"};
   Child<QPushButton>("cmdSave")->click();
-  EXPECT_NE(test::ReadBytes(t / "types.lsw").find("[EXTS]\t[Documents],pdf\r\n"),
+  EXPECT_NE(test::ReadBytes(t / "types.lsw").find("[EXTS]\tdoc,[Documents],[~PDF Document]\r\n"),
             std::string::npos);
-}
-
-TEST_F(JobManagerWindowTest, ADamagedJobFileIsSaidAndTheWindowKeepsItsFields) {
-  QTest::keyClicks(Child<QLineEdit>("txtOrderName"), "Mine");
-  manager.OpenJob(t.WriteFile("_lsw/broken.lsw", std::string("\x7f" "ELF\0\0\0\t[JNAME]", 12)));
-  EXPECT_TRUE(manager.isVisible());
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_NE(dialogs.shown[0].text.find("could not be loaded: it is not a job file."),
-            std::string::npos);
-  EXPECT_EQ(Child<QLineEdit>("txtOrderName")->text(), "Mine");
-  EXPECT_EQ(Child<QLineEdit>("txtTarget")->text(), "[RVDrive]/[JobName]/");
 }
 
 TEST_F(JobManagerWindowTest, TheMainWindowsMenuOpensItAndItsRunCollectsThroughTheMainWindow) {
-  WindowRegistry windows;
-  pump.setRefresh([&] { windows.RefreshAll(); });
   MainWindow main(ctx, windows);
   main.show();
   JobManager* jm = main.jobManager();
-  EXPECT_FALSE(jm->isVisible());
-  Child<QAction>(&main, "mnuJobManager")->trigger();
+  gui::Child<QAction>(&main, "mnuJobManager")->trigger();
   EXPECT_TRUE(jm->isVisible());
 
   t.WriteFile("src/a.txt", "alpha");
   ctx.settings.Sources = {"/left/over/from/before"};
   dialogs.inputs = {t / "src"};
-  Child<QPushButton>(jm, "lnkTypePath")->click();
-  QTest::keyClicks(Child<QLineEdit>(jm, "txtOrderName"), "J1");
-  Child<QLineEdit>(jm, "txtTarget")->setText(Q(t / "out/[JobName]"));
-  Child<QLineEdit>(jm, "txtLogPath")->setText(Q(t / "logs/[JobName]"));
-  Child<QPushButton>(jm, "cmdRun")->click();
+  gui::Child<QPushButton>(jm, "lnkTypePath")->click();
+  QTest::keyClicks(gui::Child<QLineEdit>(jm, "txtOrderName"), "J1");
+  gui::Child<QLineEdit>(jm, "txtTarget")->setText(Q(t / "out/[JobName]"));
+  gui::Child<QLineEdit>(jm, "txtLogPath")->setText(Q(t / "logs/[JobName]"));
+  gui::Child<QPushButton>(jm, "cmdRun")->click();
 
   EXPECT_EQ(test::ReadBytes(t / "out/J1/src/a.txt"), "alpha");
   EXPECT_TRUE(fs::exists(t / "logs/J1/_verification_log.csv"));
-  QListWidget* mainSources = Child<QListWidget>(&main, "lstSources");
+  // The main window shows what the job handed over.
+  QListWidget* mainSources = gui::Child<QListWidget>(&main, "lstSources");
   ASSERT_EQ(mainSources->count(), 1);
   EXPECT_EQ(mainSources->item(0)->text(), Q(t / "src"));
-  EXPECT_EQ(Child<QLineEdit>(&main, "txtTargetPath")->text(), Q(t / "out/J1"));
-  EXPECT_TRUE(Child<QPushButton>(jm, "cmdRun")->isEnabled());
-  Child<QPushButton>(jm, "lnkAddFile")->click();  // the finder that adds to the main list
+  EXPECT_EQ(gui::Child<QLineEdit>(&main, "txtTargetPath")->text(), Q(t / "out/J1"));
+  EXPECT_TRUE(gui::Child<QPushButton>(jm, "cmdRun")->isEnabled());
+  gui::Child<QPushButton>(jm, "lnkAddFile")->click();  // the finder that adds to the main list
   EXPECT_TRUE(main.fileFinder()->isVisible());
 }
 

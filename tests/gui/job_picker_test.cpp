@@ -1,17 +1,8 @@
 // The job picker through its widgets, and the window program started as autorun starts it.
 #include "job_picker.h"
 
-#include <gtest/gtest.h>
-
-#include <QAction>
-#include <QLineEdit>
-#include <QListWidget>
-#include <QPlainTextEdit>
 #include <QProcess>
-#include <QPushButton>
-#include <QTest>
 #include <filesystem>
-#include <string>
 #include <utility>
 
 #include "job_manager.h"
@@ -20,10 +11,8 @@
 #include "options_dialog.h"
 #include "platform/machine.h"
 #include "platform/text.h"
-#include "qt_event_pump.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
-#include "window_registry.h"
+#include "progress_window.h"
+#include "window_test.h"
 
 namespace qr::gui {
 namespace {
@@ -43,12 +32,9 @@ void Prepare(const test::TempDir& t, const std::string& name, const std::string&
   EXPECT_TRUE(SaveJobFile(job, JobSettings{}, t / ("prog/_lsw/" + name + ".lsw")));
 }
 
-TEST(JobPickerWindow, APreparedJobIsFoundRunUnderQMarkedDoneAndThenNoLongerListed) {
-  test::TempDir t;
-  test::FakeDialogs dialogs;
-  QtEventPump pump{std::chrono::nanoseconds(0)};
-  RunContext ctx{dialogs, pump};
-  WindowRegistry windows;
+using JobPickerWindow = WindowFixture<>;
+
+TEST_F(JobPickerWindow, APreparedJobIsFoundRunUnderQMarkedDoneAndThenNoLongerListed) {
   ctx.program.app.programFolder = t / "prog/";
   t.WriteFile("src/a.txt", "alpha");
   Prepare(t, "Elsewhere", ComputerName() + "-other");
@@ -56,23 +42,18 @@ TEST(JobPickerWindow, APreparedJobIsFoundRunUnderQMarkedDoneAndThenNoLongerListe
   {
     // The job that is run is typed and saved in the job manager, as its author would.
     JobManager& author = *main.jobManager();
-    auto type = [&](const char* name, const std::string& text) {
-      auto* box = author.findChild<QLineEdit*>(name);
-      ASSERT_NE(box, nullptr) << name;
-      box->clear();
-      QTest::keyClicks(box, QString::fromStdString(text));
-    };
-    type("txtOrderName", "Evidence");
-    QTest::keyClicks(author.findChild<QPlainTextEdit*>("txtInstructions"),
-                     "Instructions of Evidence");
-    type("txtCompName", UpperCase(ComputerName()));
-    type("txtTarget", t / "out");
-    type("txtLogPath", t / "logs");
+    for (const auto& [name, text] :
+         {std::pair<const char*, std::string>{"txtOrderName", "Evidence"},
+          {"txtCompName", UpperCase(ComputerName())}, {"txtTarget", t / "out"},
+          {"txtLogPath", t / "logs"}}) {
+      Child<QLineEdit>(&author, name)->clear();
+      QTest::keyClicks(Child<QLineEdit>(&author, name), Q(text));
+    }
+    QTest::keyClicks(Child<QPlainTextEdit>(&author, "txtInstructions"), "Instructions of Evidence");
     dialogs.inputs = {t / "src"};
-    author.findChild<QPushButton*>("lnkTypePath")->click();
-    t.MakeDir("prog/_lsw");
+    Child<QPushButton>(&author, "lnkTypePath")->click();
     dialogs.picks = {t / "prog/_lsw/Evidence"};
-    author.findChild<QPushButton*>("cmdSave")->click();
+    Child<QPushButton>(&author, "cmdSave")->click();
     ASSERT_TRUE(fs::exists(t / "prog/_lsw/Evidence.lsw"));
   }
   JobPicker picker(ctx, main, windows);

@@ -1,31 +1,18 @@
-// The main window offscreen, through its real widgets: what it shows of the core's state, what
-// its controls, menus, toolbar and drops reach, whole collections run from it, and its place
-// written at close.
+// The main window offscreen, through its real widgets: what its menus, toolbar, boxes, drops and
+// file finder reach, whole collections run from it (a resumed one too), and its place written at
+// close.
 #include "main_window.h"
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 
-#include <QAction>
-#include <QApplication>
-#include <QGroupBox>
-#include <QLabel>
-#include <QLineEdit>
-#include <QListWidget>
-#include <QMenu>
-#include <QMimeData>
+#include <QMessageBox>
 #include <QPixmap>
 #include <QProcess>
-#include <QPushButton>
-#include <QTest>
-#include <QToolBar>
-#include <QUrl>
+#include <QTimer>
+#include <QTreeWidget>
 #include <algorithm>
-#include <chrono>
-#include <filesystem>
 #include <functional>
-#include <memory>
 #include <set>
 #include <thread>
 #include <utility>
@@ -38,35 +25,10 @@
 #include "options_dialog.h"
 #include "progress_window.h"
 #include "qt_dialogs.h"
-#include "qt_event_pump.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
-#include "window_registry.h"
+#include "window_test.h"
 
 namespace qr::gui {
 namespace {
-
-namespace fs = std::filesystem;
-
-// One QApplication for the whole test program, made before the first test and gone before
-// main returns, so that it never outlives Qt's own globals.
-class QtApplicationEnvironment : public ::testing::Environment {
- public:
-  void SetUp() override {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
-    app_ = std::make_unique<QApplication>(argc_, argv_);
-  }
-  void TearDown() override { app_.reset(); }
-
- private:
-  int argc_ = 1;
-  char name_[18] = "ravelin_gui_tests";
-  char* argv_[2] = {name_, nullptr};
-  std::unique_ptr<QApplication> app_;
-};
-
-[[maybe_unused]] ::testing::Environment* const kQtEnvironment =
-    ::testing::AddGlobalTestEnvironment(new QtApplicationEnvironment);
 
 // The scripted dialogs, with the hook of the window program's dialogs: every window is brought
 // up to date before a box opens. Each box records what the main window showed then.
@@ -75,7 +37,6 @@ class WindowDialogs : public test::FakeDialogs {
   struct Seen {
     std::string text;
     bool runEnabled, sourcesEnabled, targetEnabled, logEnabled, cancelEnabled, resumeEnabled;
-    QString caption;
   };
   MainWindow* window = nullptr;
   WindowRegistry* windows = nullptr;
@@ -87,36 +48,22 @@ class WindowDialogs : public test::FakeDialogs {
                     Buttons buttons) override {
     if (window != nullptr) {
       windows->RefreshAll();
-      seen.push_back({text, Child<QPushButton>("cmdRun")->isEnabled(),
-                      Child<QListWidget>("lstSources")->isEnabled(),
-                      Child<QLineEdit>("txtTargetPath")->isEnabled(),
-                      Child<QLineEdit>("txtLogPath")->isEnabled(),
-                      Child<QPushButton>("cmdCancel")->isEnabled(),
-                      Child<QAction>("tbResume")->isEnabled(), window->windowTitle()});
+      auto on = [&](const char* name) { return Child<QWidget>(window, name)->isEnabled(); };
+      seen.push_back({text, on("cmdRun"), on("lstSources"), on("txtTargetPath"),
+                      on("txtLogPath"), on("cmdCancel"),
+                      Child<QAction>(window, "tbResume")->isEnabled()});
       if (inside) std::exchange(inside, nullptr)();
     }
     return FakeDialogs::MessageBox(text, title, icon, buttons);
   }
-
-  template <typename W>
-  W* Child(const char* name) const {
-    W* w = window->findChild<W*>(name);
-    EXPECT_NE(w, nullptr) << name;
-    return w;
-  }
 };
 
-class MainWindowTest : public ::testing::Test {
+class MainWindowTest : public WindowFixture<WindowDialogs> {
  protected:
-  MainWindowTest() {
-    pump.setRefresh([this] { windows.RefreshAll(); });
-    dialogs.windows = &windows;
-  }
+  MainWindowTest() { dialogs.windows = &windows; }
   template <typename W>
   W* Child(const char* name) {
-    W* w = window->findChild<W*>(name);
-    EXPECT_NE(w, nullptr) << name;
-    return w;
+    return gui::Child<W>(window.get(), name);
   }
   void Open() {
     window = std::make_unique<MainWindow>(ctx, windows);
@@ -141,81 +88,24 @@ class MainWindowTest : public ::testing::Test {
     }
   }
 
-  test::TempDir t;
-  WindowDialogs dialogs;
-  // Every pump does its round, so the tests see each state a run passes through.
-  QtEventPump pump{std::chrono::nanoseconds(0)};
-  RunContext ctx{dialogs, pump};
-  WindowRegistry windows;
   std::unique_ptr<MainWindow> window;
 };
 
-QString Plain(QString caption) { return caption.remove('&'); }
-
-TEST_F(MainWindowTest, EveryControlMenuEntryAndToolbarButtonHasItsNameCaptionAndAction) {
+TEST_F(MainWindowTest, EveryMenuEntryAndToolbarButtonReachesItsAction) {
   Open();
-  const std::vector<std::pair<const char*, const char*>> controls = {
-      {"frameSource", "Data Sources "},
-      {"cmdAdd", "Add"},
-      {"cmdRemove", "Remove"},
-      {"lblTargetPath", "Job Target Path:"},
-      {"cmdBrowseTarget", "Browse ..."},
-      {"lblLogPath", "Log File Path:"},
-      {"cmdBrowseLogPath", "Browse ..."},
-      {"cmdCancel", "Cancel"},
-      {"cmdRun", "Run"}};
-  for (const auto& [name, caption] : controls) {
-    QWidget* w = Child<QWidget>(name);
-    QString text;
-    if (auto* b = qobject_cast<QPushButton*>(w)) text = b->text();
-    if (auto* l = qobject_cast<QLabel*>(w)) text = l->text();
-    if (auto* g = qobject_cast<QGroupBox*>(w)) text = g->title();
-    EXPECT_EQ(Plain(text), caption) << name;
-  }
-  EXPECT_EQ(Plain(Child<QMenu>("mnuFile")->title()), "File");
-  EXPECT_EQ(Plain(Child<QMenu>("mnuHelp")->title()), "Help");
-  EXPECT_FALSE(Child<QListWidget>("listExt")->isVisible());
-
-  // Menu entries and toolbar buttons: caption, then the picker each one opens.
-  struct Entry {
-    const char* name;
-    const char* caption;  // empty for a toolbar button
-    const char* picker;
-  };
-  const std::vector<Entry> entries = {
-      {"mnuAddSource", "Add a Source Directory", "Add a Source Directory"},
-      {"tbAddSource", "", "Add a Source Directory"},
-      {"mnuAddSourceFiles", "Add Source Files", ""},
-      {"tbAddFiles", "", ""},
-      {"mnuAddFromList", "Add Sources From List", "Select a file list"},
-      {"tbAddList", "", "Select a file list"},
-      {"mnuChooseTargetFolder", "Choose a Target Folder", "Choose a Target Directory"},
-      {"tbPickTarget", "", "Choose a Target Directory"},
-      {"mnuResume", "Resume", "Choose a Ravelin Job file to open"},
-      {"tbResume", "", "Choose a Ravelin Job file to open"},
-      {"mnuCopyOptions", "Copy Options", ""},
-      {"tbCopyOptions", "", ""},
-      {"mnuSaveDefault", "Save Current Options as Default", ""},
-      {"mnuExit", "Exit", ""},
-      {"mnuRavelinHelp", "Quillon Ravelin Help", ""},
-      {"tbHelp", "", ""},
-      {"mnuAddManual", "Add Path Manually", ""},
-      {"mnuAboutRavelin", "About Quillon Ravelin", ""}};
-  QToolBar* toolbar = window->findChild<QToolBar*>();
-  ASSERT_NE(toolbar, nullptr);
-  for (const Entry& e : entries) {
-    SCOPED_TRACE(e.name);
-    QAction* a = Child<QAction>(e.name);
-    if (*e.caption != '\0') {
-      EXPECT_EQ(Plain(a->text()), e.caption);
-    } else {
-      EXPECT_TRUE(toolbar->actions().contains(a));
-      EXPECT_FALSE(a->icon().pixmap(32, 32).isNull());
-    }
-    if (*e.picker == '\0') continue;
+  const std::vector<std::pair<const char*, const char*>> entries = {
+      {"mnuAddSource", "Add a Source Directory"}, {"tbAddSource", "Add a Source Directory"},
+      {"mnuAddFromList", "Select a file list"},   {"tbAddList", "Select a file list"},
+      {"mnuChooseTargetFolder", "Choose a Target Directory"},
+      {"tbPickTarget", "Choose a Target Directory"},
+      {"mnuResume", "Choose a Ravelin Job file to open"},
+      {"tbResume", "Choose a Ravelin Job file to open"}};
+  for (const auto& [name, picker] : entries) {
+    QAction* a = Child<QAction>(name);
+    EXPECT_TRUE(name[0] != 't' || !a->icon().pixmap(32, 32).isNull()) << "icon of " << name;
     dialogs.pickerTitles.clear();
     a->trigger();
-    EXPECT_EQ(dialogs.pickerTitles, std::vector<std::string>{e.picker});
+    EXPECT_EQ(dialogs.pickerTitles, std::vector<std::string>{picker}) << name;
   }
   Child<QAction>("tbCopyOptions")->trigger();
   EXPECT_TRUE(window->optionsDialog()->isVisible());
@@ -227,40 +117,24 @@ TEST_F(MainWindowTest, EveryControlMenuEntryAndToolbarButtonHasItsNameCaptionAnd
     EXPECT_TRUE(window->fileFinder()->isVisible()) << name;
   }
   EXPECT_TRUE(dialogs.pickerTitles.empty());
-
   dialogs.inputs = {std::nullopt};
   Child<QAction>("mnuAddManual")->trigger();
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_EQ(dialogs.shown[0].text, "Type the path you wish to add.");
-  EXPECT_EQ(dialogs.shown[0].title, "Add Path Manually");
+  EXPECT_EQ(dialogs.Texts(), std::vector<std::string>{"Type the path you wish to add."});
 }
 
-TEST_F(MainWindowTest, TypingInTheTargetCarriesTheLogAlongUntilTheyDisagree) {
+// The rule itself is the core's; here, that typing and Browse reach it and the settings.
+TEST_F(MainWindowTest, TheTargetBoxCarriesTheLogAlongUntilTheyDisagree) {
   Open();
   auto* target = Child<QLineEdit>("txtTargetPath");
   auto* log = Child<QLineEdit>("txtLogPath");
-
+  log->setText("/cases/4");
   QTest::keyClicks(target, "/cases/42");
-  // The log was empty, so "/" started nothing; from "/c" on the boxes never agreed.
-  EXPECT_EQ(log->text(), "");
-
-  log->setText("/cases/42");
-  QTest::keyClicks(target, "/a");
-  EXPECT_EQ(log->text(), "/cases/42/a");
-  QTest::keyClick(target, Qt::Key_Backspace);
-  QTest::keyClick(target, Qt::Key_Backspace);
-  EXPECT_EQ(log->text(), "/cases/42");
   EXPECT_EQ(ctx.settings.LogPath, "/cases/42");
-
-  // A folder chosen with Browse carries the log along as typing does.
   dialogs.picks = {"/cases/42b"};
   Child<QPushButton>("cmdBrowseTarget")->click();
   EXPECT_EQ(log->text(), "/cases/42b");
-
-  // A log path of its own stays put.
   log->setText("/logs");
   QTest::keyClicks(target, "x");
-  EXPECT_EQ(log->text(), "/logs");
   EXPECT_EQ(ctx.settings.TargetPath, "/cases/42bx");
   EXPECT_EQ(ctx.settings.LogPath, "/logs");
 }
@@ -270,27 +144,51 @@ TEST_F(MainWindowTest, FilesAndFoldersDroppedOnTheFormOrItsControlsGoToAddSource
   window->show();
   const std::string a = t.MakeDir("a"), inside = t.MakeDir("a/b"), f = t.WriteFile("f.txt", "x");
   const std::string other = t.MakeDir("other");
-  auto drop = [](QWidget* on, const std::vector<std::string>& paths) {
-    QMimeData data;
-    QList<QUrl> urls;
-    for (const std::string& p : paths) urls << QUrl::fromLocalFile(QString::fromStdString(p));
-    data.setUrls(urls);
-    QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(on, &enter);
-    EXPECT_TRUE(enter.isAccepted());
-    QDropEvent event(QPointF(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(on, &event);
-  };
-  drop(Child<QListWidget>("lstSources")->viewport(), {a, inside});
-  drop(window.get(), {f});
-  drop(Child<QLineEdit>("txtTargetPath"), {other});
-  drop(Child<QPushButton>("cmdRun"), {t / "missing"});
+  DropFiles(Child<QListWidget>("lstSources")->viewport(), {a, inside});
+  DropFiles(window.get(), {f});
+  DropFiles(Child<QLineEdit>("txtTargetPath"), {other});
+  DropFiles(Child<QPushButton>("cmdRun"), {t / "missing"});
   EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{a, f, other}));
   EXPECT_EQ(Child<QListWidget>("lstSources")->count(), 3);
   EXPECT_EQ(Child<QLineEdit>("txtTargetPath")->text(), "");  // not taken as typed text
-  ASSERT_EQ(dialogs.shown.size(), 2u);
-  EXPECT_NE(dialogs.shown[0].text.find("This directory will not be added."), std::string::npos);
-  EXPECT_NE(dialogs.shown[1].text.find("cannot be found on this machine."), std::string::npos);
+  EXPECT_EQ(dialogs.shown.size(), 2u) << "the folder inside a source, and the missing path";
+  // A selection made in the list is what Remove takes.
+  Child<QListWidget>("lstSources")->item(1)->setSelected(true);
+  Child<QPushButton>("cmdRemove")->click();
+  EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{a, other}));
+}
+
+
+TEST_F(MainWindowTest, FilesPickedInTheFinderReachTheMainWindowsSourceList) {
+  t.WriteFile("case/b.txt", "b");
+  t.WriteFile("case/a.txt", "a");
+  t.WriteFile("case/c.txt", "c");
+  t.WriteFile("case/inner/d.txt", "d");
+  Open();
+  Child<QAction>("tbAddFiles")->trigger();
+  FileFinder* finder = window->fileFinder();
+
+  auto* files = gui::Child<QListWidget>(finder, "lstFiles");
+  dialogs.picks = {t / "case/inner"};
+  gui::Child<QPushButton>(finder, "cmdSourceBrowse")->click();
+  EXPECT_EQ(files->count(), 1);
+  auto* folder = gui::Child<QLineEdit>(finder, "txtSourceFolder");
+  folder->clear();
+  QTest::keyClicks(folder, Q(t / "case"));
+  ASSERT_EQ(files->count(), 3);
+  files->item(2)->setSelected(true);
+  files->item(0)->setSelected(true);
+  // The tree has followed the typed folder, opened one level at a time.
+  const QTreeWidgetItem* current = gui::Child<QTreeWidget>(finder, "dDirs")->currentItem();
+  ASSERT_NE(current, nullptr);
+  EXPECT_EQ(current->text(0), "case");
+
+  gui::Child<QPushButton>(finder, "OKButton")->click();
+  EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{t / "case/a.txt", t / "case/c.txt"}));
+  EXPECT_EQ(Child<QListWidget>("lstSources")->count(), 2);
+  EXPECT_TRUE(finder->isVisible()) << "OK adds and leaves the finder open";
+  gui::Child<QPushButton>(finder, "CancelButton")->click();
+  EXPECT_FALSE(finder->isVisible());
 }
 
 TEST_F(MainWindowTest, AWholeCollectionRunFromTheWindow) {
@@ -300,18 +198,15 @@ TEST_F(MainWindowTest, AWholeCollectionRunFromTheWindow) {
   window->show();
   dialogs.picks = {t / "src"};
   Child<QPushButton>("cmdAdd")->click();
-  QTest::keyClicks(Child<QLineEdit>("txtTargetPath"), QString::fromStdString(t / "out"));
-  Child<QLineEdit>("txtLogPath")->setText(QString::fromStdString(t / "logs"));
+  QTest::keyClicks(Child<QLineEdit>("txtTargetPath"), Q(t / "out"));
+  Child<QLineEdit>("txtLogPath")->setText(Q(t / "logs"));
 
   // What the windows show at the pump points of the copying.
   int pumpsInRun = 0;
-  bool controlsDisabled = true;
-  bool progressShown = true;
+  bool controlsDisabled = true, progressShown = true;
   ProgressWindow* progress = window->progressWindow();
-  QLabel* filesCopied = progress->findChild<QLabel*>("lblFilesCopied");
-  QLabel* currentFile = progress->findChild<QLabel*>("lblCurrentFile");
-  ASSERT_NE(filesCopied, nullptr);
-  ASSERT_NE(currentFile, nullptr);
+  QLabel* filesCopied = gui::Child<QLabel>(progress, "lblFilesCopied");
+  QLabel* currentFile = gui::Child<QLabel>(progress, "lblCurrentFile");
   std::set<QString> filesCopiedSeen, currentFileSeen;
   pump.setRefresh([&] {
     windows.RefreshAll();
@@ -331,16 +226,14 @@ TEST_F(MainWindowTest, AWholeCollectionRunFromTheWindow) {
   EXPECT_EQ(texts[0], "Please close all applications before continuing.");
   EXPECT_NE(texts[1].find("\r\nFiles copied: 30 of 30\r\n"), std::string::npos) << texts[1];
   EXPECT_GT(pumpsInRun, 0);
-  EXPECT_TRUE(controlsDisabled);
-  EXPECT_TRUE(progressShown) << "the progress window is up for the whole run";
+  EXPECT_TRUE(controlsDisabled && progressShown) << "both for the whole run";
   // The labels move with the run: more than one count and file drawn while it copied.
-  EXPECT_GT(filesCopiedSeen.size(), 2u) << testing::PrintToString(filesCopiedSeen.size());
+  EXPECT_GT(filesCopiedSeen.size(), 2u);
   EXPECT_GT(currentFileSeen.size(), 2u);
   EXPECT_TRUE(std::all_of(currentFileSeen.begin(), currentFileSeen.end(), [](const QString& s) {
     return s.isEmpty() || s.startsWith("Current File: ");
   }));
   EXPECT_FALSE(progress->isVisible());
-  EXPECT_TRUE(Child<QPushButton>("cmdRun")->isEnabled());
   EXPECT_EQ(window->windowTitle(), "Quillon Ravelin 2.2 Rover Edition");
   ExpectAllCollected(kFiles, t / "out", t / "logs");
 }
@@ -398,9 +291,7 @@ TEST_F(MainWindowTest, DuringARunTheRunControlsAreOffCancelWorksAndClosingOnlyCa
                during.resumeEnabled);
   EXPECT_TRUE(during.logEnabled && during.cancelEnabled);
   const auto texts = dialogs.Texts();
-  EXPECT_EQ(
-      std::count(texts.begin(), texts.end(), "Please close all applications before continuing."),
-      1);
+  EXPECT_EQ(std::count(texts.begin(), texts.end(), texts[0]), 1) << "no second run";
 
   dialogs.seen.clear();
   dialogs.inside = [&] {
@@ -411,7 +302,6 @@ TEST_F(MainWindowTest, DuringARunTheRunControlsAreOffCancelWorksAndClosingOnlyCa
   };
   Child<QPushButton>("cmdRun")->click();
   EXPECT_FALSE(closed);  // the window stays while its run goes on
-  EXPECT_TRUE(window->isVisible());
   EXPECT_TRUE(Child<QPushButton>("cmdRun")->isEnabled());
   EXPECT_TRUE(window->close());  // outside a run the window simply closes
 }
@@ -422,8 +312,7 @@ TEST_F(MainWindowTest, ARunWithTheSilentSwitchAsksTheProgramToEnd) {
   bool endRequested = false;
   QObject::connect(window.get(), &MainWindow::programEndRequested, [&] { endRequested = true; });
   Child<QPushButton>("cmdRun")->click();
-  EXPECT_TRUE(endRequested);
-  EXPECT_TRUE(window->endedByRun());
+  EXPECT_TRUE(endRequested && window->endedByRun());
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
@@ -446,25 +335,13 @@ TEST_F(MainWindowTest, TheNormalPlaceAndSizeAreWrittenToRavelinIniAtClose) {
   EXPECT_EQ(INIread(ini, "Geometry", "MainTop"), std::to_string(normal.y() * 15));
 }
 
-TEST_F(MainWindowTest, ThePumpBringsEveryRegisteredWindowUpToDate) {
-  Open();
-  window->show();
-  ctx.view.runControlsEnabled = false;
-  ctx.view.mainCaption = "Quillon Ravelin 2.2 Rover Edition - Copying";
-  ctx.settings.Sources = {"/from/a/job"};
-  pump.Pump();
-  EXPECT_FALSE(Child<QPushButton>("cmdRun")->isEnabled());
-  EXPECT_EQ(Child<QListWidget>("lstSources")->count(), 1);
-  EXPECT_EQ(window->windowTitle(), "Quillon Ravelin 2.2 Rover Edition - Copying");
-}
-
 TEST(Screenshots, TheProgramRendersOnePictureAWindowAndAPageWithNoDisplay) {
   test::TempDir t;
   QProcess program;
   QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
   for (const char* display : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"}) env.remove(display);
   program.setProcessEnvironment(env);
-  program.start(QUILLON_RAVELIN_BINARY, {"--screenshots", QString::fromStdString(t / "shots")});
+  program.start(QUILLON_RAVELIN_BINARY, {"--screenshots", Q(t / "shots")});
   ASSERT_TRUE(program.waitForFinished(120000));
   ASSERT_EQ(program.exitCode(), 0) << program.readAllStandardError().toStdString();
   test::FakeDialogs d;
@@ -474,13 +351,43 @@ TEST(Screenshots, TheProgramRendersOnePictureAWindowAndAPageWithNoDisplay) {
   std::vector<std::string> expected = {"main.png", "progress.png"};
   for (int i = 0; i < pages; ++i) expected.push_back("options_" + std::to_string(i) + ".png");
   for (const std::string& name : expected) {
-    EXPECT_FALSE(QPixmap(QString::fromStdString(t / ("shots/" + name))).isNull()) << name;
+    EXPECT_FALSE(QPixmap(Q(t / ("shots/" + name))).isNull()) << name;
   }
 }
 
-TEST(QtDialogsText, LineEndsBecomeLineFeedsForDisplay) {
+TEST(QtDialogs, LineEndsBecomeLineFeedsForDisplay) {
   EXPECT_EQ(DisplayText("one\r\ntwo\r\n\r\nthree\rfour"), QString("one\ntwo\n\nthree\nfour"));
   EXPECT_EQ(DisplayText("caf\xc3\xa9"), QString::fromUtf8("caf\xc3\xa9"));
+}
+
+// The real box, answered by a key as a person would: Enter takes its default button, Escape its
+// negative one.
+TEST(QtDialogs, EnterTakesTheDefaultButtonAndEscapeTheNegativeOne) {
+  const struct {
+    Buttons buttons;
+    Answer enter, escape;
+  } cases[] = {{Buttons::Ok, Answer::Ok, Answer::Ok},
+               {Buttons::OkCancel, Answer::Ok, Answer::Cancel},
+               {Buttons::YesNo, Answer::Yes, Answer::No},
+               {Buttons::YesNoCancel, Answer::Yes, Answer::Cancel}};
+  QtDialogs dialogs;
+  for (const auto& c : cases) {
+    for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Escape}) {
+      SCOPED_TRACE(testing::Message() << static_cast<int>(c.buttons) << " " << key);
+      // Presses the key once the box is up; a box still up a second later is closed unanswered.
+      int ticks = 0;
+      QTimer poll;
+      QObject::connect(&poll, &QTimer::timeout, [&] {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (box == nullptr) return;
+        if (ticks++ == 0) QTest::keyClick(box, key);
+        if (ticks > 100) box->done(-1);
+      });
+      poll.start(10);
+      EXPECT_EQ(dialogs.MessageBox("Go on?", "Title", Icon::Question, c.buttons),
+                key == Qt::Key_Return ? c.enter : c.escape);
+    }
+  }
 }
 
 }  // namespace

