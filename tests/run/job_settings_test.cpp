@@ -93,11 +93,5 @@ TEST(DialogRules, ClicksInOrder) {
   EXPECT_TRUE(s.HashSource && s.HashDest) << "values are kept while disabled";
 }
 
-TEST(RunPathsTest, AllLieInTheLogFolderWithOrWithoutItsSeparator) {
-  const RunPaths a = ComputeRunPaths("/logs");
-  EXPECT_EQ(a.DatabasePath + " " + a.TallyPath, "/logs/_job.sdb /logs/tally.txt");
-  EXPECT_EQ(ComputeRunPaths("/logs/").ErrorLogPath, a.ErrorLogPath);
-}
-
 }  // namespace
 }  // namespace qr
