@@ -23,8 +23,7 @@ LocalDateTime At(int y, int mo, int d, int h = 0, int mi = 0, int s = 0) {
 
 TEST(DateTextTest, TwelveHourClockNoTimeAtMidnightAndTheMediumForm) {
   const std::pair<LocalDateTime, const char*> cases[] = {
-      {At(2024, 1, 5), "1/5/2024"},
-      {At(2024, 1, 5, 0, 0, 1), "1/5/2024 12:00:01 AM"},
+      {At(2024, 1, 5), "1/5/2024"}, {At(2024, 1, 5, 0, 0, 1), "1/5/2024 12:00:01 AM"},
       {At(2024, 1, 5, 11, 59, 59), "1/5/2024 11:59:59 AM"},
       {At(2024, 1, 5, 12, 0, 0), "1/5/2024 12:00:00 PM"},
       {At(2024, 12, 31, 13, 5, 9), "12/31/2024 1:05:09 PM"},

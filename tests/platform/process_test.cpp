@@ -35,9 +35,7 @@ bool ProcessGone(pid_t pid) { return kill(pid, 0) != 0 && errno == ESRCH; }
 
 TEST(SplitCommandLineTest, BlanksEndTokensAndQuotesStay) {
   const std::pair<const char*, Tokens> cases[] = {
-      {"", {""}},
-      {"-q  -silent", {"-q", "", "-silent"}},
-      {" -q ", {"", "-q", ""}},
+      {"", {""}}, {"-q  -silent", {"-q", "", "-silent"}}, {" -q ", {"", "-q", ""}},
       {"-lsw=\"/a b/x.lsw\" -resume", {"-lsw=\"/a b/x.lsw\"", "-resume"}},
       {"\"a b\"c d", {"\"a b\"c", "d"}},
       {"x \"y z", {"x", "\"y z"}},  // an unclosed quote runs to the end
@@ -99,35 +97,27 @@ TEST(ChildTest, PolledAbandonedAndUntouchedChildren) {
   EXPECT_EQ(WaitChild(kept.pid), 9);
 }
 
-TEST(ChildTest, KilledChildReportsTheSignalAndInheritsNoIgnoredSignal) {
+TEST(SingleInstanceTest, OneHolderPerKeyAndAStartedProgramInheritsNeitherLockNorIgnoredSignal) {
+  test::TempDir tmp;
+  test::EnvVar run("XDG_RUNTIME_DIR", tmp.path());
+  auto first = std::make_unique<SingleInstanceLock>("QuillonRavelin2");
+  EXPECT_TRUE(first->acquired());
+  EXPECT_EQ(access((tmp / "QuillonRavelin2.lock").c_str(), F_OK), 0) << "in the runtime folder";
+  EXPECT_FALSE(SingleInstanceLock("QuillonRavelin2", tmp.path()).acquired());
+  EXPECT_TRUE(SingleInstanceLock("AnotherKey", tmp.path()).acquired());
   // An ignored SIGTERM here would otherwise stay ignored in the child across exec.
   struct sigaction ignore {};
   struct sigaction old {};
   ignore.sa_handler = SIG_IGN;
   ASSERT_EQ(sigaction(SIGTERM, &ignore, &old), 0);
-  const auto started = StartHidden({"sleep", "600"});
-  sigaction(SIGTERM, &old, nullptr);
-  ASSERT_TRUE(started.started);
-  ASSERT_EQ(kill(started.pid, SIGTERM), 0);
-  EXPECT_EQ(WaitChild(started.pid), 128 + SIGTERM);
-  EXPECT_EQ(WaitChild(started.pid), -1) << "already reaped";
-}
-
-TEST(SingleInstanceTest, OneHolderPerKeyInTheRuntimeFolderByDefault) {
-  test::TempDir tmp;
-  test::EnvVar run("XDG_RUNTIME_DIR", tmp.path());
-  auto first = std::make_unique<SingleInstanceLock>("QuillonRavelin2");
-  EXPECT_TRUE(first->acquired());
-  EXPECT_EQ(access((tmp / "QuillonRavelin2.lock").c_str(), F_OK), 0);
-  EXPECT_FALSE(SingleInstanceLock("QuillonRavelin2", tmp.path()).acquired());
-  EXPECT_TRUE(SingleInstanceLock("AnotherKey", tmp.path()).acquired());
-  // A program started while the lock is held does not inherit it.
   const auto child = StartHidden({"sleep", "600"});
+  sigaction(SIGTERM, &old, nullptr);
   ASSERT_TRUE(child.started);
   first.reset();
   EXPECT_TRUE(SingleInstanceLock("QuillonRavelin2", tmp.path()).acquired());
-  kill(child.pid, SIGKILL);
-  WaitChild(child.pid);
+  ASSERT_EQ(kill(child.pid, SIGTERM), 0);
+  EXPECT_EQ(WaitChild(child.pid), 128 + SIGTERM);
+  EXPECT_EQ(WaitChild(child.pid), -1) << "already reaped";
 }
 
 TEST(SingleInstanceTest, AHolderThatEndedWithoutLettingGoBlocksNoOne) {
