@@ -1,7 +1,6 @@
 #include "platform/find_data.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -199,7 +198,8 @@ TEST(FolderListingPermissionTest, UnsearchableFolderStillNamesItsEntries) {
   ASSERT_EQ(chmod(folder.c_str(), 0744), 0);
   const auto outcome = test::RunAsNobody([&](std::string& out) {
     const auto entries = ListAll(folder);
-    out = entries.count("f.txt") && entries.at("f.txt").kind == EntryKind::Regular ? "regular" : "?";
+    const bool regular = entries.count("f.txt") && entries.at("f.txt").kind == EntryKind::Regular;
+    out = regular ? "regular" : "?";
     return 0;
   });
   ASSERT_EQ(outcome.exitCode, 0);

@@ -61,8 +61,8 @@ bool FailStatCallsWith(int err) {
 // The common forms are checked by the target path and walk tests; these are their edges.
 TEST(PathFormsTest, LexicallyCleanTrimAtNullAndShortNames) {
   const std::pair<const char*, const char*> cases[] = {
-      {"/a//b///c", "/a/b/c"}, {"/a/..b/.c/...", "/a/..b/.c/..."}, {"//srv/share/../x/", "//srv/x/"},
-      {"///a", "/a"},          {"a/../../b", "b"},                 {"", ""}};
+      {"/a//b///c", "/a/b/c"}, {"/a/..b/.c/...", "/a/..b/.c/..."}, {"///a", "/a"},
+      {"//srv/share/../x/", "//srv/x/"}, {"a/../../b", "b"}, {"", ""}};
   for (const auto& [in, out] : cases) EXPECT_EQ(LexicallyClean(in), out) << in;
   EXPECT_EQ(TrimAtNull(std::string_view("abc\0def", 7)), "abc");
   EXPECT_TRUE(MatchesShortNamePattern("AB CD~~1.~~~"));
@@ -154,7 +154,8 @@ TEST(FileOrDirExistsTest, FolderModeAndFileModeWhichFoldsCaseAndADeniedListing) 
   ASSERT_EQ(chmod(tmp.path().c_str(), 0755) + chmod(empty.c_str(), 0711), 0);
   tmp.WriteFile("empty folder/a.txt", "x");
   const auto outcome = test::RunAsNobody([&](std::string& out) {
-    out = std::to_string(FileOrDirExists("", tmp.path())) + std::to_string(FileOrDirExists("", empty)) +
+    out = std::to_string(FileOrDirExists("", tmp.path())) +
+          std::to_string(FileOrDirExists("", empty)) +
           std::to_string(FileOrDirExists(empty + "/a.txt", ""));
     return 0;
   });

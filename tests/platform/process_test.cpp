@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -73,7 +72,8 @@ TEST(StartHiddenTest, RunsWithoutAShellArgumentsAsTheyAreStreamsOnDevNull) {
 TEST(ChildTest, PolledAbandonedAndUntouchedChildren) {
   TempDir tmp;
   const std::string flag = tmp / "flag";
-  const Tokens waiter = {"sh", "-c", "while [ ! -e \"$1\" ]; do sleep 0.01; done; exit 5", "sh", flag};
+  const Tokens waiter = {"sh", "-c", "while [ ! -e \"$1\" ]; do sleep 0.01; done; exit 5", "sh",
+                         flag};
   const auto polled = StartHidden(waiter);
   const auto abandoned = StartHidden(waiter);
   const auto kept = StartHidden({"sh", "-c", "exit 9"});

@@ -40,15 +40,17 @@ TEST(UnicodeFileTest, MarkOnlyOnCreateAndWhenAskedOddSizesAndAMissingFile) {
   EXPECT_TRUE(IsUnicodeFile(path));
   ASSERT_TRUE(AppendUnicodeText(path, "\xF0\x9F\x98\x80\xff", false, &reporter));
   ASSERT_TRUE(AppendUnicodeText(path, "y", true, &reporter));
-  EXPECT_EQ(ReadBytes(path), Bytes({0xFF, 0xFE, 0x3D, 0xD8, 0x00, 0xDE, 0xFD, 0xFF, 0xFF, 0xFE, 'y', 0}));
+  EXPECT_EQ(ReadBytes(path),
+            Bytes({0xFF, 0xFE, 0x3D, 0xD8, 0x00, 0xDE, 0xFD, 0xFF, 0xFF, 0xFE, 'y', 0}));
   EXPECT_FALSE(CreateUnicodeFile(tmp / "no/such/folder/log.txt"));
   EXPECT_FALSE(IsUnicodeFile(tmp.WriteFile("other", Bytes({0xFE, 0xFF}))));
   EXPECT_FALSE(IsUnicodeFile(tmp / "missing"));
 
   // A file of exactly three bytes is cut to its first; other sizes are appended to.
-  for (const auto& [before, after] : {std::pair<std::string, std::string>{"XYZ", Bytes({'X', 'b', 0})},
-                                      {"XY", Bytes({'X', 'Y', 'b', 0})},
-                                      {"WXYZ", Bytes({'W', 'X', 'Y', 'Z', 'b', 0})}}) {
+  const std::pair<std::string, std::string> sizes[] = {
+      {"XYZ", Bytes({'X', 'b', 0})}, {"XY", Bytes({'X', 'Y', 'b', 0})},
+      {"WXYZ", Bytes({'W', 'X', 'Y', 'Z', 'b', 0})}};
+  for (const auto& [before, after] : sizes) {
     ASSERT_TRUE(AppendUnicodeText(tmp.WriteFile(before, before), "b", false, &reporter));
     EXPECT_EQ(ReadBytes(tmp / before), after) << before;
   }
@@ -97,7 +99,8 @@ TEST(PlainTextTest, WritesAndReadsBackBytesAndCrLfLinesAndFailuresGiveTheSystems
   EXPECT_FALSE(ReadLines(tmp.MakeDir("folder"), &errors[1]).has_value());
   EXPECT_FALSE(AppendLine(tmp / "no/folder/log.txt", "x", &errors[2]));
   EXPECT_FALSE(WriteWholeFile(tmp / "folder", "x", &errors[3]));
-  EXPECT_EQ(std::vector<int>(errors, errors + 4), (std::vector<int>{ENOENT, EISDIR, ENOENT, EISDIR}));
+  EXPECT_EQ(std::vector<int>(errors, errors + 4),
+            (std::vector<int>{ENOENT, EISDIR, ENOENT, EISDIR}));
 }
 
 }  // namespace

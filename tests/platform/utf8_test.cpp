@@ -62,7 +62,9 @@ TEST(Utf8, AnInvalidByteIsOneCharacterOfItsOwnEverywhere) {
     EXPECT_EQ(c, char32_t{0xBEEF});
     EXPECT_EQ(Utf8CharCount(bytes), v.characters);
     std::u16string expected = u"A";
-    for (char b : bytes) expected += static_cast<unsigned char>(b) < 0x80 ? std::u16string(1, b) : R;
+    for (char b : bytes) {
+      expected += static_cast<unsigned char>(b) < 0x80 ? std::u16string(1, b) : R;
+    }
     EXPECT_EQ(Utf8ToUtf16("A" + bytes + "\xC3\xA4"), expected + u"\u00E4");
   }
   // The byte that breaks a sequence is read afresh: here it starts a character of its own.

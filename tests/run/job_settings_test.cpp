@@ -72,7 +72,8 @@ TEST(DialogRules, ClicksInOrder) {
   const std::pair<std::function<void()>, const char*> clicks[] = {
       {[] {}, "VBbchdf"},
       {[&] { SetRobocopy(s, true); }, "RBbchdf"},
-      // Clicking the engine box that is on turns on the other; setting a value it has fires nothing.
+      // Clicking the engine box that is on turns on the other; setting the value it has does
+      // nothing.
       {[&] { SetRobocopy(s, false); }, "VBbchdf"},
       {[&] { SetRavelin(s, false); }, "RBbchdf"},
       {[&] { SetRobocopy(s, true); }, "RBbchdf"},
