@@ -31,7 +31,7 @@ long EntryCount(const std::string& folder) {
   return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
 }
 
-TEST(MachineTest, NamesIdAndProgramFolder) {
+TEST(MachineTest, NamesIdProgramFolderAndWhereUserNobodyMayWrite) {
   EXPECT_EQ(ComputerName(), FirstLine("/proc/sys/kernel/hostname"));
   const std::string id = FirstLine("/etc/machine-id");
   EXPECT_EQ(MachineId(), id.empty() ? ComputerName() : id);
@@ -39,13 +39,22 @@ TEST(MachineTest, NamesIdAndProgramFolder) {
   ASSERT_NE(folder.back(), '/');
   EXPECT_TRUE(fs::equivalent("/proc/self/exe", folder + "/" + program_invocation_short_name));
 
-  if (!test::CanBecomeNobody()) GTEST_SKIP() << "needs root to compare with user nobody";
+  // Only a created file tells whether a folder is writable, and the probe leaves nothing.
+  TempDir tmp;
+  EXPECT_FALSE(IsWritableFolder(tmp / "missing") || IsWritableFolder(tmp.WriteFile("file", "x")));
+  if (!test::CanBecomeNobody()) GTEST_SKIP() << "needs root to run the case as user nobody";
   EXPECT_EQ(UserName(), "root");
-  const auto outcome = test::RunAsNobody([](std::string& out) {
-    out = UserName();
+  const std::string closed = tmp.MakeDir("closed");
+  const std::string open = tmp.MakeDir("open");
+  ASSERT_EQ(chmod(tmp.path().c_str(), 0755) + chmod(closed.c_str(), 0755) +
+                chmod(open.c_str(), 0777), 0);
+  const auto outcome = test::RunAsNobody([&](std::string& out) {
+    out = UserName() + " " + std::to_string(IsWritableFolder(closed)) +
+          std::to_string(IsWritableFolder(open));
     return 0;
   });
-  EXPECT_EQ(outcome.output, "nobody");
+  EXPECT_EQ(outcome.output, "nobody 01");
+  EXPECT_EQ(EntryCount(open), 0);
 }
 
 TEST(MountPointTest, NearestMountOnAComponentBoundaryWithEscapedNamesAndReadOnlyMounts) {
@@ -70,22 +79,6 @@ TEST(MountPointTest, NearestMountOnAComponentBoundaryWithEscapedNamesAndReadOnly
   const std::string outer = MountPointOf(tmp.path());
   EXPECT_EQ(outcome.output, odd + "\n" + odd + "\n" + outer + "\n01");
   EXPECT_EQ(ProgramDrive("/"), "") << "the root is no drive";
-}
-
-TEST(WritableFolderTest, OnlyACreatedFileTellsAndTheProbeLeavesNothing) {
-  TempDir tmp;
-  EXPECT_FALSE(IsWritableFolder(tmp / "missing") || IsWritableFolder(tmp.WriteFile("file", "x")));
-  if (!test::CanBecomeNobody()) GTEST_SKIP() << "needs root to run the case as user nobody";
-  ASSERT_EQ(chmod(tmp.path().c_str(), 0755), 0);
-  const std::string closed = tmp.MakeDir("closed");
-  const std::string open = tmp.MakeDir("open");
-  ASSERT_EQ(chmod(closed.c_str(), 0755) + chmod(open.c_str(), 0777), 0);
-  const auto outcome = test::RunAsNobody([&](std::string& out) {
-    out = std::to_string(IsWritableFolder(closed)) + std::to_string(IsWritableFolder(open));
-    return 0;
-  });
-  EXPECT_EQ(outcome.output, "01");
-  EXPECT_EQ(EntryCount(open), 0);
 }
 
 TEST(XdgFolderTest, ConfigHomeAndARuntimeFolderMadePrivateAndNeverSomeoneElses) {

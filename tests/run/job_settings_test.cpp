@@ -72,7 +72,8 @@ TEST(DialogRules, ClicksInOrder) {
   const std::pair<std::function<void()>, const char*> clicks[] = {
       {[] {}, "VBbchdf"},
       {[&] { SetRobocopy(s, true); }, "RBbchdf"},
-      // Clicking the engine box that is on turns on the other; setting a value it has fires nothing.
+      // Clicking the engine box that is on turns on the other; setting the value it has does
+      // nothing.
       {[&] { SetRobocopy(s, false); }, "VBbchdf"},
       {[&] { SetRavelin(s, false); }, "RBbchdf"},
       {[&] { SetRobocopy(s, true); }, "RBbchdf"},
@@ -91,12 +92,6 @@ TEST(DialogRules, ClicksInOrder) {
     EXPECT_EQ(Boxes(s), clicks[i].second) << "after click " << i;
   }
   EXPECT_TRUE(s.HashSource && s.HashDest) << "values are kept while disabled";
-}
-
-TEST(RunPathsTest, AllLieInTheLogFolderWithOrWithoutItsSeparator) {
-  const RunPaths a = ComputeRunPaths("/logs");
-  EXPECT_EQ(a.DatabasePath + " " + a.TallyPath, "/logs/_job.sdb /logs/tally.txt");
-  EXPECT_EQ(ComputeRunPaths("/logs/").ErrorLogPath, a.ErrorLogPath);
 }
 
 }  // namespace

@@ -37,23 +37,16 @@ class EnvVar {
  public:
   EnvVar(const char* name, std::optional<std::string> value) : name_(name) {
     if (const char* old = std::getenv(name)) old_ = old;
-    if (value) {
-      setenv(name, value->c_str(), 1);
-    } else {
-      unsetenv(name);
-    }
+    Set(value);
   }
-  ~EnvVar() {
-    if (old_) {
-      setenv(name_, old_->c_str(), 1);
-    } else {
-      unsetenv(name_);
-    }
-  }
+  ~EnvVar() { Set(old_); }
   EnvVar(const EnvVar&) = delete;
   EnvVar& operator=(const EnvVar&) = delete;
 
  private:
+  void Set(const std::optional<std::string>& value) {
+    value ? setenv(name_, value->c_str(), 1) : unsetenv(name_);
+  }
   const char* name_;
   std::optional<std::string> old_;
 };
@@ -71,36 +64,28 @@ struct ChildOutcome {
 inline ChildOutcome RunInChild(const std::function<int(std::string& out)>& body) {
   int fds[2];
   ChildOutcome outcome;
-  if (pipe(fds) != 0) return outcome;
-  const pid_t pid = fork();
-  if (pid < 0) {
-    close(fds[0]);
-    close(fds[1]);
-    return outcome;
-  }
+  const pid_t pid = pipe(fds) == 0 ? fork() : -2;
   if (pid == 0) {
     close(fds[0]);
     std::string out;
     const int code = body(out);
-    size_t done = 0;
-    while (done < out.size()) {
+    for (size_t done = 0; done < out.size();) {
       const ssize_t n = write(fds[1], out.data() + done, out.size() - done);
       if (n <= 0) break;
       done += static_cast<size_t>(n);
     }
-    close(fds[1]);
     _exit(code);
   }
+  if (pid == -2) return outcome;
   close(fds[1]);
   char buffer[4096];
   ssize_t n = 0;
-  while ((n = read(fds[0], buffer, sizeof buffer)) > 0) {
-    outcome.output.append(buffer, static_cast<size_t>(n));
-  }
+  while ((n = read(fds[0], buffer, sizeof buffer)) > 0) outcome.output.append(buffer, size_t(n));
   close(fds[0]);
   int status = 0;
-  waitpid(pid, &status, 0);
-  outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  if (pid > 0 && waitpid(pid, &status, 0) == pid) {
+    outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
   return outcome;
 }
 
@@ -110,11 +95,9 @@ inline bool CanBecomeNobody() { return geteuid() == 0 && getpwnam("nobody") != n
 // In a child: drops every privilege for those of user nobody. False when that failed.
 inline bool BecomeNobody() {
   const struct passwd* pw = getpwnam("nobody");
-  if (pw == nullptr) return false;
-  const uid_t uid = pw->pw_uid;
-  const gid_t gid = pw->pw_gid;
-  return setgroups(0, nullptr) == 0 && setresgid(gid, gid, gid) == 0 &&
-         setresuid(uid, uid, uid) == 0 && geteuid() == uid;
+  return pw != nullptr && setgroups(0, nullptr) == 0 &&
+         setresgid(pw->pw_gid, pw->pw_gid, pw->pw_gid) == 0 &&
+         setresuid(pw->pw_uid, pw->pw_uid, pw->pw_uid) == 0 && geteuid() == pw->pw_uid;
 }
 
 // Runs `body` in a forked child as user nobody; kChildCannotSetUp when that can't be done.
@@ -127,6 +110,5 @@ inline bool EnterPrivateMountNamespace() {
   return unshare(CLONE_NEWNS) == 0 &&
          mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
-
 
 }  // namespace qr::test

@@ -5,12 +5,12 @@ namespace qr::test {
 Answer FakeDialogs::MessageBox(const std::string& text, const std::string& title, Icon icon,
                                Buttons buttons) {
   shown.push_back({text, title, icon, buttons});
-  if (!answers.empty()) {
-    Answer a = answers.front();
-    answers.pop_front();
-    return a;
+  if (answers.empty()) {
+    return buttons == Buttons::YesNo || buttons == Buttons::YesNoCancel ? Answer::Yes : Answer::Ok;
   }
-  return buttons == Buttons::YesNo || buttons == Buttons::YesNoCancel ? Answer::Yes : Answer::Ok;
+  const Answer a = answers.front();
+  answers.pop_front();
+  return a;
 }
 
 std::optional<std::string> FakeDialogs::InputBox(const std::string& prompt,

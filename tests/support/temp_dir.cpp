@@ -11,7 +11,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
 
 namespace fs = std::filesystem;
@@ -57,19 +57,16 @@ std::string TempDir::MakeDir(std::string_view relative) const {
 
 std::string ReadBytes(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::ostringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 std::string ReadBytesQuietly(const std::string& path) {
-  int fd = open(path.c_str(), O_RDONLY | O_NOATIME | O_CLOEXEC);
+  const int fd = open(path.c_str(), O_RDONLY | O_NOATIME | O_CLOEXEC);
   std::string bytes;
   char buf[65536];
   ssize_t n = 0;
   while (fd >= 0 && (n = read(fd, buf, sizeof buf)) > 0) bytes.append(buf, static_cast<size_t>(n));
-  if (fd >= 0) close(fd);
-  return bytes;
+  return fd >= 0 && close(fd) == 0 ? bytes : std::string();
 }
 
 std::string Utf16FileText(const std::string& path) {
@@ -89,10 +86,7 @@ std::string Md5Of(const std::string& bytes) {
   EVP_Digest(bytes.data(), bytes.size(), md, &n, EVP_md5(), nullptr);
   static const char kHex[] = "0123456789abcdef";
   std::string out;
-  for (unsigned int i = 0; i < n; ++i) {
-    out += kHex[md[i] >> 4];
-    out += kHex[md[i] & 15];
-  }
+  for (unsigned int i = 0; i < n; ++i) out += {kHex[md[i] >> 4], kHex[md[i] & 15]};
   return out;
 }
 
