@@ -219,17 +219,5 @@ TEST_F(SettingsFilesTest, ListIndexesOutsideTheirListFallToTheFirst) {
   }
 }
 
-TEST_F(SettingsFilesTest, LocalSettingsAndGeometryAtClose) {
-  ctx.program.geometry = {14400, 7200, 150, 300};
-  WriteLocalSettings(ctx);
-  EXPECT_FALSE(fs::exists(ctx.program.app.localIniPath)) << "no hash list folder, no local.ini";
-  EXPECT_EQ(ReadBytes(dir / "ravelin.ini"),
-            "[Geometry]\r\nMainHeight=7200\r\nMainLeft=300\r\nMainTop=150\r\nMainWidth=14400\r\n");
-  dir.MakeDir("_hashlist");
-  WriteLocalSettings(ctx);
-  EXPECT_EQ(ReadBytes(ctx.program.app.localIniPath),
-            "[LocalSettings]\r\nHASHPATH=" + ctx.program.app.hashListFolder + "\r\n");
-}
-
 }  // namespace
 }  // namespace qr
