@@ -1,6 +1,5 @@
 #include "exec/run_driver.h"
 
-#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -138,17 +137,6 @@ TEST_F(RunDriverTest, TheDatabaseWarningAndTheJobNoticeLetThePersonStop) {
                      "before continuing."}));
   EXPECT_EQ(dialogs.shown[0].buttons, Buttons::YesNo);
   EXPECT_FALSE(fs::exists(Log("_jobfile.rvj")));
-}
-
-TEST_F(RunDriverTest, NoFilesMessageOnlyWhenEmptyFoldersAreNotCopied) {
-  const std::string noFiles = "There were no files found to copy.";
-  ctx.settings.Sources = {dir.MakeDir("empty")};
-  for (const bool copyEmpties : {true, false}) {
-    ctx.settings.CopyEmpties = copyEmpties;
-    Exec();  // the second run's database warning is answered Yes by default
-  }
-  const Strings texts = dialogs.Texts();
-  EXPECT_EQ(std::count(texts.begin(), texts.end(), noFiles), 1);
 }
 
 TEST_F(RunDriverTest, ACancelledResumeWritesItsTallyAndNoEndLine) {
