@@ -9,14 +9,6 @@ namespace {
 
 using std::chrono::seconds;
 
-TEST(ElapsedTimeTest, DaysHoursMinutesSecondsWithTwoDigitsEach) {
-  TimePoint t0{};
-  EXPECT_EQ(ElapsedTime(t0, t0 + seconds(86400 + 3600 + 60 + 1)), "01:01:01:01");
-  EXPECT_EQ(ElapsedTime(t0, t0 + seconds(3 * 86400 + 23 * 3600)), "03:23:00:00");
-  EXPECT_EQ(ElapsedTime(t0, t0 + std::chrono::milliseconds(1999)), "00:00:00:01")
-      << "whole seconds only";
-}
-
 // The runner's whole runs show the report as it usually stands; here the numbers past 32 bits,
 // the hash exclusions and the line that only timestamp mismatches add.
 TEST(ReportText, CompletedAndCancelledDifferInTheFirstLineOnly) {
