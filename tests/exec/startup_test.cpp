@@ -68,12 +68,6 @@ TEST_F(StartupTest, APlainStartGivesTheStartValuesAndTheCloseSavesThemForTheNext
   EXPECT_TRUE(next.settings.CopySecurity && next.settings.FullPaths);
   EXPECT_EQ(next.program.clOverride, "keep me");
   EXPECT_TRUE(dialogs.shown.empty());
-
-  // A portable device holds the settings.
-  RunContext device{dialogs, pump};
-  Start(device, {}, {"U3_DEVICE_SERIAL=42", "U3_APP_DATA_PATH=/media/stick/data/"});
-  EXPECT_TRUE(device.program.device.onDevice);
-  EXPECT_EQ(device.program.app.appPath, "/media/stick/data");
 }
 
 // Read in this order: robocopy_settings.ini, then the boxes forced on, then defaults.ini over all.
