@@ -129,7 +129,9 @@ TEST_F(RunDriverTest, TheDatabaseWarningAndTheJobNoticeLetThePersonStop) {
       "unpredictable results.\r\nDo you want to continue anyway?";
   dialogs.answers = {Answer::No, Answer::Yes, Answer::Cancel};
   EXPECT_EQ(Exec().outcome, ExecOutcome::Refused);
-  EXPECT_EQ(Exec().outcome, ExecOutcome::Refused);
+  const ExecResult notice = Exec();
+  EXPECT_EQ(notice.outcome, ExecOutcome::Refused);
+  EXPECT_FALSE(notice.endProgram) << "a cancelled notice leaves the window open";
   EXPECT_EQ(dialogs.Texts(),
             (Strings{warning, warning,
                      "Running job: Case 7\r\n\r\nSpecial Instructions:\r\nPlug in the drive.\r\n"
