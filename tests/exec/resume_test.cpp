@@ -13,64 +13,42 @@ namespace {
 
 class ResumeTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  std::string logs = dir.MakeDir("logs");
-
-  void SetUp() override {
-    ctx.settings.LogPath = logs;
-    ctx.paths = ComputeRunPaths(logs);
-    CreateJobDatabase(ctx, ctx.paths.DatabasePath);
-  }
-  void Row(const std::string& size, bool completed) {
-    DbConnection db;
-    ASSERT_TRUE(db.Open(ctx.paths.DatabasePath));
-    db.Execute("Insert into tFiles(source_path, source_size, completed) values('/s', '" + size +
-               "', '" + (completed ? "1" : "0") + "')");
-  }
+  void SetUp() override { CreateJobDatabase(ctx, ctx.paths.DatabasePath); }
 };
 
 TEST_F(ResumeTest, CountsComeFromTheDatabaseAndTheErrorLog) {
-  Row("100", true);
-  Row("4294967296", true);
-  Row("7", false);
+  ctx.counters.ErrorCount = 5;
+  SetResumeCounts(ctx);
+  EXPECT_EQ(ctx.counters.TotalBytes, 0) << "a sum over no rows ends at 0";
+  EXPECT_EQ(ctx.counters.ErrorCount, 0) << "no error log, no errors";
+
+  DbConnection db;
+  ASSERT_TRUE(db.Open(ctx.paths.DatabasePath));
+  db.Execute("Insert into tFiles(source_path, source_size, completed) values('/s', '100', '1'), "
+             "('/s', '4294967296', '1'), ('/s', '7', '0')");
   CreateUnicodeFile(ctx.paths.ErrorLogPath);
   std::string seven;
   for (int i = 0; i < 7; ++i) seven += "/s/f" + std::to_string(i) + "\t(Unable to hash source) \r\n";
   AppendUnicodeText(ctx.paths.ErrorLogPath, seven, false);
   SetResumeCounts(ctx);
-  EXPECT_EQ(ctx.counters.TotalFiles, 3);
-  EXPECT_EQ(ctx.counters.FilesProcessed, 2);
-  EXPECT_EQ(ctx.counters.TotalBytes, 4294967403);
-  EXPECT_EQ(ctx.counters.BytesProcessed, 4294967396);
-  EXPECT_EQ(ctx.counters.ResumeBaseBytes, 4294967396);
-  EXPECT_EQ(ctx.counters.HashExcludedFiles, 0);
-  EXPECT_EQ(ctx.counters.ErrorCount, 7);
-  EXPECT_TRUE(dialogs.shown.empty());
-}
-
-TEST_F(ResumeTest, NoRowsAndNoErrorLogCountAsNothing) {
-  ctx.counters.ErrorCount = 5;
-  SetResumeCounts(ctx);
-  EXPECT_EQ(ctx.counters.TotalFiles, 0);
-  EXPECT_EQ(ctx.counters.TotalBytes, 0) << "a sum over no rows ends at 0";
-  EXPECT_EQ(ctx.counters.ErrorCount, 0);
+  const RunCounters& c = ctx.counters;
+  EXPECT_EQ((std::vector<int64_t>{c.TotalFiles, c.FilesProcessed, c.TotalBytes, c.BytesProcessed,
+                                  c.ResumeBaseBytes, c.HashExcludedFiles, c.ErrorCount}),
+            (std::vector<int64_t>{3, 2, 4294967403, 4294967396, 4294967396, 0, 7}));
   EXPECT_TRUE(dialogs.shown.empty());
 }
 
 TEST_F(ResumeTest, OnlyAJobRecordIsOfferedToContinue) {
-  std::string record = dir.WriteFile("logs/_jobfile.rvj", "[TARGET]\t" + dir / "t" + "\r\n");
-  dialogs.answers = {Answer::No};
+  std::string record = dir.WriteFile("_jobfile.rvj", "[TARGET]\t" + dir / "t" + "\r\n");
+  dialogs.answers = {Answer::No, Answer::Cancel};
   EXPECT_FALSE(ResumeJob(ctx, record).has_value());
-  ASSERT_EQ(dialogs.shown.size(), 1u);
+  // A prepared job with a name never asks: it is offered as a new run.
+  std::string prepared = dir.WriteFile("job.lsw", "[JNAME]\tNightly\r\n[JINSTRUCT]\tPlug in.\r\n");
+  EXPECT_FALSE(ResumeJob(ctx, prepared).has_value());
+  ASSERT_EQ(dialogs.shown.size(), 2u);
   EXPECT_EQ(dialogs.shown[0].text, "Do you wish to continue this job from where you left off?");
   EXPECT_EQ(dialogs.shown[0].title, "Quillon Ravelin 2.2 Rover Edition: Resume Copy Job");
-
-  // A prepared job with a name never asks: it is offered as a new run.
-  dialogs.shown.clear();
-  std::string prepared = dir.WriteFile("job.lsw", "[JNAME]\tNightly\r\n[JINSTRUCT]\tPlug in.\r\n");
-  dialogs.answers = {Answer::Cancel};
-  EXPECT_FALSE(ResumeJob(ctx, prepared).has_value());
-  ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_EQ(dialogs.shown[0].text,
+  EXPECT_EQ(dialogs.shown[1].text,
             "Running job: Nightly\r\n\r\nPlug in.\r\n\r\nIn case of errors:\r\n\r\nDo you want to "
             "run this job now?");
   EXPECT_FALSE(ctx.Resuming);

@@ -4,9 +4,9 @@
 #include <sys/mount.h>
 
 #include <algorithm>
+#include <array>
 #include <tuple>
 #include <filesystem>
-#include <fstream>
 
 #include "jobdef/source_list.h"
 #include "platform/drives.h"
@@ -31,14 +31,10 @@ TEST(DrivesTest, TheMountTableGivesDrivesWithTheirKinds) {
       {"31 27 0:40 / /mnt/share rw - cifs //server/share rw", "/mnt/share", DriveType::Remote},
       {"33 27 0:42 / /tmp rw - tmpfs tmpfs rw", "/tmp", DriveType::RamDisk},
       {"34 27 0:43 / /run rw,nosuid - tmpfs tmpfs rw", "", {}},
-      {"35 24 0:44 / /dev/shm rw - tmpfs tmpfs rw", "", {}},
-      {"36 27 8:33 / /run/media/ann/CARD rw - exfat /dev/sdc1 rw", "/run/media/ann/CARD",
-       DriveType::Removable},
       {"37 27 11:0 / /media/cdrom ro - iso9660 /dev/sr0 ro", "/media/cdrom", DriveType::CdRom},
       {"38 27 0:46 / /mnt/remote\\134box rw - fuse.sshfs host: rw", "/mnt/remote\\box",
        DriveType::Remote},
       {"40 27 7:0 / /snap/core/1 ro - squashfs /dev/loop0 ro", "", {}},
-      {"41 27 8:0 / /data rw - xfs /dev/sda rw", "/data", DriveType::Fixed},
       {"42 27 0:50 / /ram rw - ramfs ramfs rw", "/ram", DriveType::RamDisk},
       {"43 27 0:51 / /merged rw - overlay overlay rw,lowerdir=/a", "/merged", DriveType::Fixed},
       {"46 27 0:53 / /net rw - autofs systemd-1 rw", "", {}},
@@ -52,19 +48,18 @@ TEST(DrivesTest, TheMountTableGivesDrivesWithTheirKinds) {
   std::vector<std::string> asked;
   auto removable = [&asked](const std::string& device) {
     asked.push_back(device);
-    return device == "8:17" || device == "8:33";
+    return device == "8:17";
   };
   for (const Drive& d : ParseDrives(table, removable)) got.emplace_back(d.mountPoint, d.type);
   EXPECT_EQ(got, expected);
   // Only block-backed file systems are asked about; a network or RAM one has no device.
   std::sort(asked.begin(), asked.end());
-  EXPECT_EQ(asked, (std::vector<std::string>{"254:0", "8:0", "8:17", "8:33"}));
+  EXPECT_EQ(asked, (std::vector<std::string>{"254:0", "8:17"}));
 
-  // The real mount table holds the root's file system and no pseudo file system.
-  std::vector<std::string> mounted;
-  for (const Drive& d : MountedDrives()) mounted.push_back(d.mountPoint);
-  EXPECT_NE(std::find(mounted.begin(), mounted.end(), MountPointOf("/")), mounted.end());
-  EXPECT_EQ(std::find(mounted.begin(), mounted.end(), "/proc"), mounted.end());
+  // The real mount table holds the root's file system.
+  const std::vector<Drive> mounted = MountedDrives();
+  EXPECT_TRUE(std::any_of(mounted.begin(), mounted.end(),
+                          [](const Drive& d) { return d.mountPoint == MountPointOf("/"); }));
 }
 
 class SourceKeywordsTest : public ::testing::Test, protected test::RunFixture {
@@ -84,28 +79,24 @@ TEST_F(SourceKeywordsTest, ADriveIsLeftOutOnlyWhileItHoldsTheTargetOrTheLog) {
     }
     test::FakeDialogs d;
     test::FakePump p;
-    auto expand = [&](const std::string& keyword, const std::string& target,
-                      const std::string& log) {
+    // {keyword, target, log}: listed as local; left out for the target, for the log; not remote.
+    for (const auto& [keyword, target, log] : std::vector<std::array<std::string, 3>>{
+             {"[LDrive]", "/nowhere/t", ""}, {"[LDrive]", ram + "/t", ""},
+             {"[LDrive]", "/nowhere/t", ram + "/l"}, {"[MDrive]", "/nowhere/t", ""}}) {
       RunContext c{d, p};
       c.settings.TargetPath = target;
       c.settings.LogPath = log;
       std::string k = keyword;
       AddSource(c, k);
-      const bool listed = std::find(c.settings.Sources.begin(), c.settings.Sources.end(), ram) !=
-                          c.settings.Sources.end();
-      out += listed ? "Y" : "N";
-    };
-    expand("[LDrive]", "/nowhere/target", "");
-    expand("[LDrive]", ram + "/target", "");
-    expand("[LDrive]", "/nowhere/target", ram + "/logs");
-    expand("[MDrive]", "/nowhere/target", "");
+      out += std::count(c.settings.Sources.begin(), c.settings.Sources.end(), ram) ? "Y" : "N";
+    }
     out += std::to_string(d.shown.size());
     umount(ram.c_str());
     return 0;
   });
   if (child.exitCode == test::kChildCannotSetUp) GTEST_SKIP() << "no mount namespace here";
   ASSERT_EQ(child.exitCode, 0);
-  EXPECT_EQ(child.output, "YNNN0") << "listed as local; left out for target, for log; not remote";
+  EXPECT_EQ(child.output, "YNNN0");
 }
 
 class UserFolderTest : public SourceKeywordsTest {
@@ -116,10 +107,7 @@ class UserFolderTest : public SourceKeywordsTest {
 };
 
 TEST_F(UserFolderTest, TheUsersDocumentsFolderPreferringTheXdgOne) {
-  Add("[UserFolder]");
-  EXPECT_TRUE(List().empty());
-  EXPECT_TRUE(dialogs.shown.empty()) << "a keyword is never a missing path";
-
+  Add("[UserFolder]");  // no such folder yet; a keyword is never a missing path
   const std::string docs = dir.MakeDir("home/ann/Documents");
   Add("  [UserFolder]");
   Add("[userfolder]");  // keywords are case-sensitive
@@ -135,44 +123,6 @@ TEST_F(UserFolderTest, TheUsersDocumentsFolderPreferringTheXdgOne) {
                 "XDG_DOCUMENTS_DIR=\"$HOME/My Papers\"\n");
   Add("[UserFolder]");
   EXPECT_EQ(List(), Sources{papers});
-}
-
-// All users' folders: a "Got Here" box, then every home's documents folder, root's included.
-TEST_F(SourceKeywordsTest, AllUsersFoldersAreEveryHomesDocumentsFolder) {
-  if (!test::CanBecomeNobody()) GTEST_SKIP() << "mounting over /home needs root";
-  // Fresh /home and /root in a mount namespace of the child's own.
-  test::ChildOutcome child = test::RunInChild([&](std::string& out) {
-    if (!test::EnterPrivateMountNamespace() ||
-        mount("tmpfs", "/home", "tmpfs", 0, "size=1m") != 0 ||
-        mount("tmpfs", "/root", "tmpfs", 0, "size=1m") != 0) {
-      return test::kChildCannotSetUp;
-    }
-    namespace fs = std::filesystem;
-    fs::create_directories("/home/bob/Documents");
-    fs::create_directories("/home/ann/Documents");
-    fs::create_directories("/home/ann/Papers");
-    fs::create_directories("/home/ann/.config");
-    {
-      std::ofstream f("/home/ann/.config/user-dirs.dirs");
-      f << "XDG_DOCUMENTS_DIR=\"$HOME/Papers\"\n";
-    }
-    fs::create_directories("/home/carol");
-    fs::create_directories("/root/Documents");
-    test::FakeDialogs d;
-    test::FakePump p;
-    RunContext c{d, p};
-    std::string k = "[UserFolders]";
-    AddSource(c, k);
-    for (const auto& s : c.settings.Sources) out += s + "\n";
-    for (const test::ShownBox& box : d.shown) {
-      out += box.text + "|" + box.title + "|" + std::to_string(box.icon == Icon::None) +
-             std::to_string(box.buttons == Buttons::Ok);
-    }
-    return 0;
-  });
-  if (child.exitCode == test::kChildCannotSetUp) GTEST_SKIP() << "no mount namespace here";
-  ASSERT_EQ(child.exitCode, 0);
-  EXPECT_EQ(child.output, "/home/ann/Papers\n/home/bob/Documents\n/root/Documents\nGot Here||11");
 }
 
 }  // namespace
