@@ -118,6 +118,8 @@ TEST_F(JobManagerWindowTest, FileTypesAddFileAndDropsReachTheirWindowsAndTheList
   Child<QPushButton>("cmdBrowseFileTypes")->click();
   FileTypePicker* picker = manager.fileTypePicker();
   ASSERT_TRUE(picker != nullptr && picker->isVisible());
+  EXPECT_TRUE(
+      gui::Child<QLabel>(picker, "lblInstructions")->text().startsWith("Choose a category"));
   gui::Child<QListWidget>(picker, "listFileCats")->setCurrentRow(1);
   EXPECT_EQ(gui::Child<QLabel>(picker, "lblComponentTypes")->text(),
             "File Definitions in Documents");
