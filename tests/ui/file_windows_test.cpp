@@ -23,18 +23,12 @@ class FileFinderTest : public ::testing::Test, protected test::RunFixture {
   FileFinderForm f;
 };
 
-struct Stamps {
-  struct timespec atime, mtime;
-  bool operator==(const Stamps& o) const {
-    return atime.tv_sec == o.atime.tv_sec && atime.tv_nsec == o.atime.tv_nsec &&
-           mtime.tv_sec == o.mtime.tv_sec && mtime.tv_nsec == o.mtime.tv_nsec;
-  }
-};
-
-Stamps StampsOf(const std::string& path) {
+// A path's access and modification times, to the nanosecond.
+std::string StampsOf(const std::string& path) {
   struct stat st {};
   EXPECT_EQ(stat(path.c_str(), &st), 0) << path;
-  return {st.st_atim, st.st_mtim};
+  return std::to_string(st.st_atim.tv_sec) + "." + std::to_string(st.st_atim.tv_nsec) + " " +
+         std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec);
 }
 
 TEST_F(FileFinderTest, ListingAndPickingLeaveEveryTimeAsItWas) {
@@ -46,7 +40,7 @@ TEST_F(FileFinderTest, ListingAndPickingLeaveEveryTimeAsItWas) {
                                   dir.WriteFile("src/sub/c.txt", "c"),
                                   dir.MakeDir("src/sub/deeper")};
   // Access times older than the modification times: any read or listing would move them.
-  std::map<std::string, Stamps> before;
+  std::map<std::string, std::string> before;
   long n = 0;
   for (const std::string& p : all) {
     test::SetTimes(p, {1000000000 + n, 111 * n}, {1200000000 + n, 222 * n});
