@@ -25,29 +25,31 @@ TimePoint Utc(int y, int mo, int d, int h, int mi, int s) {
   return Clock::from_time_t(timegm(&tm));
 }
 
-TEST(ElapsedSecondsRule, CountsFromTimeOfDayToTimeOfDayAcrossOneMidnightAtMost) {
-  Zone utc("UTC0");
+// From time of day to time of day on the wall clock, across one midnight at most.
+TEST(ElapsedSecondsRule, ReadsTheClockOnTheWallAcrossOneMidnightAtMost) {
   const TimePoint evening = Utc(2026, 3, 10, 23, 59, 50);
-  EXPECT_EQ(ElapsedSeconds(evening, evening + seconds(9)), 9);
-  EXPECT_EQ(ElapsedSeconds(evening, evening + seconds(20)), 20) << "across midnight";
-  // The dates play no part: two days and five seconds later is five seconds.
-  EXPECT_EQ(ElapsedSeconds(Utc(2026, 3, 10, 10, 0, 0), Utc(2026, 3, 12, 10, 0, 5)), 5);
-  // An end earlier in its day than the start counts as the next day.
-  EXPECT_EQ(ElapsedSeconds(Utc(2026, 3, 10, 12, 0, 0), Utc(2026, 3, 11, 11, 0, 0)), 82800);
-  // Fractions of a second are dropped on both sides.
-  EXPECT_EQ(ElapsedSeconds(evening + std::chrono::milliseconds(900),
-                           evening + std::chrono::milliseconds(1100)),
-            1);
-}
-
-TEST(ElapsedSecondsRule, ReadsTheClockOnTheWallNotTheSecondsThatPassed) {
-  // Central Europe moves its clocks from 02:00 to 03:00 on 29 March 2026 (01:00 UTC).
-  Zone berlin("CET-1CEST,M3.5.0,M10.5.0/3");
-  const TimePoint before = Utc(2026, 3, 29, 0, 59, 59);  // 01:59:59 local
-  EXPECT_EQ(ElapsedSeconds(before, before + seconds(1)), 3601);
-  // And back on 25 October (01:00 UTC): 02:59:59 summer time, one second later 02:00:00.
-  const TimePoint autumn = Utc(2026, 10, 25, 0, 59, 59);
-  EXPECT_EQ(ElapsedSeconds(autumn, autumn + seconds(1)), 82801);
+  const std::chrono::milliseconds ms(1);
+  const struct {
+    const char* what;
+    const char* zone;
+    TimePoint from, to;
+    int64_t seconds;
+  } cases[] = {
+      {"across midnight", "UTC0", evening, evening + seconds(20), 20},
+      {"the dates play no part", "UTC0", Utc(2026, 3, 10, 10, 0, 0), Utc(2026, 3, 12, 10, 0, 5), 5},
+      {"earlier in its day: the next day", "UTC0", Utc(2026, 3, 10, 12, 0, 0),
+       Utc(2026, 3, 11, 11, 0, 0), 82800},
+      {"fractions dropped on both sides", "UTC0", evening + 900 * ms, evening + 1100 * ms, 1},
+      // Central Europe's clocks go from 02:00 to 03:00 on 29 March 2026 and back on 25 October.
+      {"spring forward", "CET-1CEST,M3.5.0,M10.5.0/3", Utc(2026, 3, 29, 0, 59, 59),
+       Utc(2026, 3, 29, 1, 0, 0), 3601},
+      {"fall back", "CET-1CEST,M3.5.0,M10.5.0/3", Utc(2026, 10, 25, 0, 59, 59),
+       Utc(2026, 10, 25, 1, 0, 0), 82801},
+  };
+  for (const auto& c : cases) {
+    Zone zone(c.zone);
+    EXPECT_EQ(ElapsedSeconds(c.from, c.to), c.seconds) << c.what;
+  }
 }
 
 TEST(ProgressTimer, LabelsOfOneTick) {
@@ -80,39 +82,34 @@ TEST(ProgressTimer, LabelsOfOneTick) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     test::RunFixture run;
-    RunContext& ctx = run.ctx;
-    ctx.counters.RunActive = c.running;
-    ctx.counters.CopyPhaseActive = c.copying > 0;
-    ctx.counters.StartTime = now - seconds(c.run);
-    ctx.counters.CopyStartTime = now - seconds(c.copying);
-    ctx.counters.BytesProcessed = c.done;
-    ctx.counters.TotalBytes = c.total;
-    ctx.counters.ResumeBaseBytes = c.resumeBase;
-    ProgressTimerTick(ctx, now);
-    EXPECT_EQ(ctx.progress.lblElapsedTime, std::string("Elapsed Time:") + c.elapsed);
-    EXPECT_EQ(ctx.progress.lblTimeRemaining, std::string("Estimated Time Remaining: ") + c.remaining);
+    RunCounters& n = run.ctx.counters;
+    n.RunActive = c.running;
+    n.CopyPhaseActive = c.copying > 0;
+    n.StartTime = now - seconds(c.run);
+    n.CopyStartTime = now - seconds(c.copying);
+    n.BytesProcessed = c.done;
+    n.TotalBytes = c.total;
+    n.ResumeBaseBytes = c.resumeBase;
+    ProgressTimerTick(run.ctx, now);
+    EXPECT_EQ(run.ctx.progress.lblElapsedTime, std::string("Elapsed Time:") + c.elapsed);
+    EXPECT_EQ(run.ctx.progress.lblTimeRemaining,
+              std::string("Estimated Time Remaining: ") + c.remaining);
   }
 }
 
 TEST(ProgressTimer, WithNoByteDoneOrNoneLeftTheLastEstimateStays) {
   test::RunFixture run;
-  RunContext& ctx = run.ctx;
   const TimePoint now = Utc(2026, 6, 1, 12, 0, 0);
-  RunCounters& c = ctx.counters;
+  RunCounters& c = run.ctx.counters;
   c.RunActive = c.CopyPhaseActive = true;
   c.StartTime = now - seconds(70);
   c.CopyStartTime = now - seconds(10);
   c.TotalBytes = 1000;
-  c.BytesProcessed = 250;
-  ProgressTimerTick(ctx, now);
-  ASSERT_EQ(ctx.progress.lblTimeRemaining, "Estimated Time Remaining: 00:00:30");
-  c.BytesProcessed = 0;
-  ProgressTimerTick(ctx, now + seconds(5));
-  EXPECT_EQ(ctx.progress.lblTimeRemaining, "Estimated Time Remaining: 00:00:30");
-  EXPECT_EQ(ctx.progress.lblElapsedTime, "Elapsed Time: 00:00:01:15");
-  c.BytesProcessed = 1000;
-  ProgressTimerTick(ctx, now);
-  EXPECT_EQ(ctx.progress.lblTimeRemaining, "Estimated Time Remaining: 00:00:30");
+  for (const int64_t done : {250, 0, 1000}) {
+    c.BytesProcessed = done;
+    ProgressTimerTick(run.ctx, now);
+    EXPECT_EQ(run.ctx.progress.lblTimeRemaining, "Estimated Time Remaining: 00:00:30") << done;
+  }
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // The file finder's logic over real folders: what it lists, that listing and picking leave
-// every folder's and file's times as they were, its messages, and OK through the callback.
+// every folder's and file's times as they were, its messages, and OK through the callback. The
+// file type picker's lists from the definition file, and the comma rules of its terms.
 #include "ui/file_finder.h"
+#include "ui/file_type_picker.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -21,18 +23,12 @@ class FileFinderTest : public ::testing::Test, protected test::RunFixture {
   FileFinderForm f;
 };
 
-struct Stamps {
-  struct timespec atime, mtime;
-  bool operator==(const Stamps& o) const {
-    return atime.tv_sec == o.atime.tv_sec && atime.tv_nsec == o.atime.tv_nsec &&
-           mtime.tv_sec == o.mtime.tv_sec && mtime.tv_nsec == o.mtime.tv_nsec;
-  }
-};
-
-Stamps StampsOf(const std::string& path) {
+// A path's access and modification times, to the nanosecond.
+std::string StampsOf(const std::string& path) {
   struct stat st {};
   EXPECT_EQ(stat(path.c_str(), &st), 0) << path;
-  return {st.st_atim, st.st_mtim};
+  return std::to_string(st.st_atim.tv_sec) + "." + std::to_string(st.st_atim.tv_nsec) + " " +
+         std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec);
 }
 
 TEST_F(FileFinderTest, ListingAndPickingLeaveEveryTimeAsItWas) {
@@ -44,7 +40,7 @@ TEST_F(FileFinderTest, ListingAndPickingLeaveEveryTimeAsItWas) {
                                   dir.WriteFile("src/sub/c.txt", "c"),
                                   dir.MakeDir("src/sub/deeper")};
   // Access times older than the modification times: any read or listing would move them.
-  std::map<std::string, Stamps> before;
+  std::map<std::string, std::string> before;
   long n = 0;
   for (const std::string& p : all) {
     test::SetTimes(p, {1000000000 + n, 111 * n}, {1200000000 + n, 222 * n});
@@ -55,7 +51,6 @@ TEST_F(FileFinderTest, ListingAndPickingLeaveEveryTimeAsItWas) {
   dialogs.picks = {src, ""};
   cmdSourceBrowse_Click(ctx, f);
   cmdSourceBrowse_Click(ctx, f);  // nothing chosen: the folder stays
-  EXPECT_EQ(dialogs.pickerTitles, std::vector<std::string>(2, "Choose a Source Folder"));
   EXPECT_EQ(f.txtSourceFolder, src);
   EXPECT_EQ(f.lstFiles, (std::vector<std::string>{"a.txt", "b.txt"})) << "files only, by name";
   EXPECT_EQ(ListSubfolders(ctx, src), std::vector<std::string>{"sub"});
@@ -129,6 +124,52 @@ TEST_F(FileFinderTest, ADeniedFolderSaysSo) {
   EXPECT_EQ(outcome.output,
             "You do not appear to have proper permissions to access this folder: \r\n\r\n" +
                 denied + "/|");
+}
+
+TEST(FileTypeTerms, CommaRulesNeverLeadOrDoubleAComma) {
+  EXPECT_EQ(AppendTerm("", CategoryTerm("Images")), "[Images]");
+  EXPECT_EQ(AppendTerm("   ", TypeTerm("PDF")), "[~PDF]");
+  EXPECT_EQ(AppendTerm("doc,", CategoryTerm("Images")), "doc,[Images]");
+  EXPECT_EQ(AppendTerm("doc", TypeTerm("PDF")), "doc,[~PDF]");
+  EXPECT_EQ(AppendTerm("doc ", TypeTerm("PDF")), "doc ,[~PDF]");
+  EXPECT_EQ(AppendTerm(AppendTerm("", "[A]"), "[A]"), "[A],[A]");
+}
+
+class FileTypePickerTest : public ::testing::Test, protected test::RunFixture {
+ protected:
+  FileTypePickerTest() {
+    ctx.program.app.programFolder = dir.path() + "/";
+    dir.WriteFile("_filetypes/filetypes.txt",
+                "Category\tType\tExtensions\tHeader\tOffset\n"
+                "Images\tPNG Image\tpng\t^\\x89PNG\t0\n"
+                "Documents\tPDF Document\tpdf\t^%PDF-\t0\n"
+                "Images\tGIF Image\tgif\t^GIF8\t0\n");
+  }
+  FileTypePickerForm form;
+};
+
+TEST_F(FileTypePickerTest, LoadShowsTheFirstCategorysTypesAndAnAddWithNothingChosenAddsNothing) {
+  frmFileDefs_Load(ctx, form);
+  EXPECT_EQ(form.listFileCats, (std::vector<std::string>{"Images", "Documents"}));
+  EXPECT_EQ(form.listFileCatsIndex, 0);
+  EXPECT_EQ(form.lblComponentTypes, "File Definitions in Images");
+  EXPECT_EQ(form.listFileDefs, (std::vector<std::string>{"PNG Image", "GIF Image"}));
+  std::string txtExt = "doc";
+  cmdAddType_Click(form, txtExt);  // no type selected yet
+  EXPECT_EQ(txtExt, "doc");
+  form.listFileDefsIndex = 1;
+  cmdAddType_Click(form, txtExt);
+  EXPECT_EQ(txtExt, "doc,[~GIF Image]");
+  EXPECT_TRUE(dialogs.shown.empty());
+}
+
+TEST_F(FileTypePickerTest, AMissingDefinitionFileSaysSoAndLeavesTheListsEmpty) {
+  ctx.program.app.programFolder = dir / "elsewhere/";
+  frmFileDefs_Load(ctx, form);
+  EXPECT_TRUE(form.listFileCats.empty());
+  EXPECT_TRUE(form.listFileDefs.empty());
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text.substr(0, 38), "Could not load file types definitions.");
 }
 
 }  // namespace
