@@ -223,16 +223,22 @@ TEST_F(VerificationRecordTest, AMissingSideIsRecordedListedAndLogged) {
   }
 }
 
-TEST_F(VerificationRecordTest, SizeAndHashVerdictsAndAKnownSourceHash) {
+// Size and hash verdicts, a hash known from the list, and a target path of 255 bytes, which is
+// long (254 is not) and no error.
+TEST_F(VerificationRecordTest, SizeAndHashVerdictsAKnownSourceHashAndLongPaths) {
   const std::string source = File("src/a.txt", "abc");
   Record(source, File("dst/longer.txt", "abcdef"));
   Record(source, File("dst/altered.txt", "abd"));
-  Record(source, File("dst/known.txt", "abd"), Md5Of("abd"));  // a hash known from the list
+  Record(source, File("dst/known.txt", "abd"), Md5Of("abd"));
   // A file deleted before its turn: neither side can be hashed, and nothing is proven.
   Record(dir / "src/gone.txt", dir / "dst/gone.txt");
+  const size_t folder = (dir / "dst").size();
+  const std::string target255 = File("dst/" + std::string(255 - folder - 1, 'n'), "abc");
+  Record(source, File("dst/" + std::string(254 - folder - 1, 'n'), "abc"));
+  Record(source, target255);
 
   const auto rows = Rows();
-  ASSERT_EQ(rows.size(), 4u);
+  ASSERT_EQ(rows.size(), 6u);
   // Each verdict appears twice in the last column: once as found, once as logged.
   const std::string both = "(File size mismatch) (Hash values do not match) ";
   EXPECT_EQ(rows[0].at("Error Messages") + rows[0].at("Dest Size"), both + both + "6");
@@ -241,6 +247,8 @@ TEST_F(VerificationRecordTest, SizeAndHashVerdictsAndAKnownSourceHash) {
   EXPECT_EQ(rows[2].at("Source MD5") + rows[2].at("Hashes Match") + rows[2].at("Error Messages"),
             Md5Of("abd") + "Y");
   EXPECT_EQ(rows[3].at("Hashes Match"), "N");
+  EXPECT_EQ(rows[4].at("Long Path") + rows[5].at("Long Path") + rows[5].at("Error Messages"), "NY");
+  EXPECT_EQ(ReadBytes(log + "/_longpaths.log"), target255 + "\r\n");
   EXPECT_TRUE(ErrorLog().starts_with(source + "\t" + both + "\r\n" + source +
                                      "\t(Hash values do not match) \r\n"));
 }
@@ -332,20 +340,6 @@ TEST_F(VerificationRecordTest, SeparateTimestampLogTakesFlaggedErrorsUncounted) 
   EXPECT_EQ(ErrorLog(), line + line);
   EXPECT_EQ(ctx.progress.lblErrorCount, "2");
   EXPECT_EQ(ctx.counters.TimestampMismatches, 0);
-}
-
-TEST_F(VerificationRecordTest, ATargetPathOf255BytesIsLongAnd254IsNotAndNeitherIsAnError) {
-  const std::string source = File("src/a.txt", "x");
-  const size_t folder = dir.MakeDir("dst").size();
-  const std::string target255 = File("dst/" + std::string(255 - folder - 1, 'n'), "x");
-  ASSERT_EQ(target255.size(), 255u);
-  Record(source, File("dst/" + std::string(254 - folder - 1, 'n'), "x"));
-  Record(source, target255);
-
-  const auto rows = Rows();
-  ASSERT_EQ(rows.size(), 2u);
-  EXPECT_EQ(rows[0].at("Long Path") + rows[1].at("Long Path") + rows[1].at("Error Messages"), "NY");
-  EXPECT_EQ(ReadBytes(log + "/_longpaths.log"), target255 + "\r\n");
 }
 
 TEST_F(VerificationRecordTest, AMissingLogFolderIsALoggingErrorAndTheRunGoesOn) {
