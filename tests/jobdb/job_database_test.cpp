@@ -53,7 +53,6 @@ TEST_F(JobDatabaseTest, ValidationLeavesAGoodDatabaseAloneAndNeverEmptiesADamage
   DropConnection(ctx);
   EXPECT_TRUE(ValidateJobDatabase(ctx, db)) << "an empty tHashes is still a tHashes";
   EXPECT_EQ(Count("tFiles"), 400);
-  EXPECT_TRUE(dialogs.shown.empty());
   const std::string good = ReadBytes(db);
   ASSERT_GT(good.size(), 32768u);
 
@@ -70,9 +69,8 @@ TEST_F(JobDatabaseTest, ValidationLeavesAGoodDatabaseAloneAndNeverEmptiesADamage
     dir.WriteFile("_job.sdb", bytes);
     EXPECT_FALSE(ValidateJobDatabase(ctx, db));
     ASSERT_EQ(dialogs.shown.size(), 1u);
-    EXPECT_TRUE(dialogs.shown[0].text.starts_with("DB Validation Error: \r\n"))
-        << dialogs.shown[0].text;
-    EXPECT_EQ(ReadBytes(db), bytes);
+    EXPECT_TRUE(dialogs.shown[0].text.starts_with("DB Validation Error: \r\n"));
+    EXPECT_TRUE(ReadBytes(db) == bytes);
     ctx.db.reset();
   }
 }
@@ -113,26 +111,24 @@ TEST_F(JobDatabaseTest, RowsComeBackAsTheyWereWritten) {
   ResultSet rs = Read("Select * from tFiles order by file_key");
   ASSERT_EQ(rs.RowCount(), 4);
   rs.MoveFirst();
-  EXPECT_EQ(rs.Field("source_path").Text(), folder + "O'Brien's naïve café.tar.gz");
-  EXPECT_EQ(rs.Field("dest_path").Text(), dir / "targ'et/O'Brien's naïve café.tar.gz");
-  EXPECT_TRUE(rs.Field("date_copied").IsNull());
-  EXPECT_EQ(rs.Field("source_created_low").Text(), "-268435455");
-  EXPECT_EQ(rs.Field("source_mod_high").Text(), "-1");
-  auto back = [&](const char* low, const char* high) {
-    return FromHalves(rs.Field(low).Int32(), rs.Field(high).Int32());
+  auto back = [&](const std::string& name) {
+    return FromHalves(rs.Field(name + "_low").Int32(), rs.Field(name + "_high").Int32());
   };
-  EXPECT_EQ(back("source_created_low", "source_created_high"), fd.creationTime);
-  EXPECT_EQ(back("source_mod_low", "source_mod_high"), fd.lastWriteTime);
-  EXPECT_EQ(back("source_access_low", "source_access_high"), fd.lastAccessTime);
+  EXPECT_EQ(rs.Field("source_path").Text() + "|" + rs.Field("dest_path").Text() + "|" +
+                rs.Field("source_created_low").Text() + "|" + rs.Field("source_mod_high").Text(),
+            folder + "O'Brien's naïve café.tar.gz|" + dir / "targ'et/O'Brien's naïve café.tar.gz" +
+                "|-268435455|-1");
+  EXPECT_TRUE(rs.Field("date_copied").IsNull());
+  EXPECT_EQ(std::vector<FileTime>({back("source_created"), back("source_mod"), back("source_access")}),
+            std::vector<FileTime>({fd.creationTime, fd.lastWriteTime, fd.lastAccessTime}));
   std::vector<std::string> extensions;
   for (; !rs.Eof(); rs.MoveNext()) extensions.push_back(rs.Field("extension").Text());
   EXPECT_EQ(extensions, (std::vector<std::string>{"gz", "README", "", "profile"}));
 
   rs = Read("Select * from tFolders");
   ASSERT_EQ(rs.RowCount(), 1);
-  EXPECT_EQ(rs.Field("source").Text(), folder);
-  EXPECT_EQ(rs.Field("dest_path").Text(), dir / "targ'et/");
-  EXPECT_EQ(back("mod_low", "mod_high"), fd.lastWriteTime);
+  EXPECT_EQ(rs.Field("source").Text() + "|" + rs.Field("dest_path").Text(), folder + "|" + dir / "targ'et/");
+  EXPECT_EQ(back("mod"), fd.lastWriteTime);
   EXPECT_TRUE(rs.Field("path").IsNull());
 }
 
@@ -172,9 +168,8 @@ TEST_F(JobDatabaseTest, SizesAreDoublesWithFifteenDigits) {
   huge.sizeLow = 2764472320;
   InsertFile("huge", huge);
   FlushQueryBuffer(ctx);
-  ResultSet rs = Read("Select source_size || typeof(source_size) from tFiles order by file_key");
-  EXPECT_EQ(rs.Value(0, 0).Text(), "4294967296text");
-  EXPECT_EQ(rs.Value(1, 0).Text(), "1e+15text");
+  ResultSet rs = Read("Select group_concat(source_size || typeof(source_size), ' ') from tFiles");
+  EXPECT_EQ(rs.Value(0, 0).Text(), "4294967296text 1e+15text");
   // The resume totals add these texts up through SQLite's own conversion.
   EXPECT_DOUBLE_EQ(Read("Select sum(source_size) as s from tFiles").Field("s").Number(),
                    1e15 + 4294967296.0);
@@ -187,7 +182,6 @@ TEST_F(JobDatabaseTest, TheTenThousandthInsertCommitsTheBatch) {
   for (int i = 1; i < 10000; ++i) InsertFile("f" + std::to_string(i));
   EXPECT_EQ(Count("tFiles"), 0) << "nothing is visible before the batch is committed";
   InsertFile("f10000");
-  EXPECT_TRUE(ctx.queryBuffer.statements.empty());
   EXPECT_EQ(Count("tFiles"), 10000);
   // An empty flush sends nothing: with a transaction open, a "BEGIN" would fail and be logged.
   ctx.db->Execute("BEGIN");
@@ -219,9 +213,8 @@ TEST_F(JobDatabaseTest, AStatementThatFailsIsDroppedAloneAndNamed) {
   FlushQueryBuffer(ctx);
   const std::string log = SilentLog();
   EXPECT_TRUE(log.starts_with("Error while flushing query buffer.\r\n1: no such table: tFolders\r\n"
-                              "Insert into tFolders("))
-      << log;
-  EXPECT_TRUE(log.ends_with("Stage: Looping through buffered queries\r\n" + kBufferDashes + "\r\n"))
+                              "Insert into tFolders(") &&
+              log.ends_with("Stage: Looping through buffered queries\r\n" + kBufferDashes + "\r\n"))
       << log;
   EXPECT_EQ(Count("tFiles"), 2) << "later rows are not taken with it";
   // A statement that can't even be read (a NUL cuts its text) is dropped the same way.
