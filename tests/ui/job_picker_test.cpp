@@ -61,6 +61,7 @@ TEST(TryAddJob, ListsOnlyNamedJobsNotDoneInTheirLogFolderAndNotLockedElsewhere) 
   }
   TempDir t;
   std::vector<JobEntry> jobs;
+  EXPECT_FALSE(TryAddJob(jobs, t / "gone.lsw", {})) << "a job removed since the listing";
   ASSERT_TRUE(TryAddJob(jobs, t.WriteFile("x.lsw", Job("X") + "[JNAME]\tY\r\n"), {}));
   EXPECT_EQ(jobs[0].JobFile + jobs[0].JobName + jobs[0].JobInstructions + jobs[0].JobErrorNotes,
             t / "x.lsw" + "Ydo Xcall")
