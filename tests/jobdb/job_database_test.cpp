@@ -2,12 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 
-#include "copy/target_paths.h"
 #include "enumerate/job_rows.h"
 #include "jobdb/db_connection.h"
 #include "platform/errors.h"
+#include "platform/text.h"
 #include "run/job_connection.h"
 #include "support/run_fixture.h"
 
@@ -56,8 +57,7 @@ TEST_F(JobDatabaseTest, ValidationLeavesAGoodDatabaseAloneAndNeverEmptiesADamage
   const std::string good = ReadBytes(db);
   ASSERT_GT(good.size(), 32768u);
 
-  // A job's database is its only record: whatever is wrong with it, the box says so and the
-  // bytes stay as they were.
+  // A job's database is its only record: a damaged one is reported and left as it was.
   const std::pair<const char*, std::string> damaged[] = {
       {"text", "not a database, just text that happens to carry this name....."},
       {"cut to 16 KiB", good.substr(0, 16384)},
@@ -75,25 +75,7 @@ TEST_F(JobDatabaseTest, ValidationLeavesAGoodDatabaseAloneAndNeverEmptiesADamage
   }
 }
 
-TEST_F(JobDatabaseTest, FailuresToMakeOrRepairShowTheirBoxes) {
-  CreateJobDatabase(ctx, dir / "missing/_job.sdb");
-  // A database with tables of its own but no tHashes: repair meets the existing tFiles.
-  {
-    DbConnection other;
-    ASSERT_TRUE(other.Create(db));
-    other.Execute("Create Table tFiles(x text)");
-  }
-  ctx.db.reset();
-  EXPECT_FALSE(ValidateJobDatabase(ctx, db));
-  EXPECT_EQ(dialogs.Texts(),
-            (std::vector<std::string>{
-                "DB Creation Error: \r\n14: unable to open database file\r\n2\r\n",
-                "DB Validation Error: \r\n1: table tFiles already exists\r\n0\r\n"}));
-  EXPECT_EQ(dialogs.shown[0].title, ctx.program.titleText);
-}
-
-// Written through the buffer and read back by another connection: paths with quotes byte for
-// byte, the extension, the times' signed halves with every bit, the long-path flag.
+// Written through the buffer, read back by another connection: quotes, extensions, time halves.
 TEST_F(JobDatabaseTest, RowsComeBackAsTheyWereWritten) {
   CreateJobDatabase(ctx, db);
   ctx.settings.TargetPath = dir / "targ'et";
@@ -132,84 +114,41 @@ TEST_F(JobDatabaseTest, RowsComeBackAsTheyWereWritten) {
   EXPECT_TRUE(rs.Field("path").IsNull());
 }
 
-TEST_F(JobDatabaseTest, LongPathFlagCountsCharactersOfTheTargetFolder) {
-  CreateJobDatabase(ctx, db);
-  // A target root of exactly `n` characters; the target folder adds its separator.
-  auto rootOf = [&](size_t n, const std::string& unit) {
-    std::string root = dir.path() + "/";
-    for (size_t i = root.size(); i < n; ++i) root += unit;
-    return root;
-  };
-  ctx.settings.TargetPath = rootOf(254, "x");
-  ASSERT_EQ(GetTargetFolder(ctx, dir.path() + "/").size(), 255u);
-  InsertFile("a");
-  ctx.settings.TargetPath = rootOf(255, "x");
-  InsertFile("b");
-  ctx.settings.TargetPath = rootOf(254, "é");  // 255 characters, far more bytes
-  InsertFile("c");
-  FlushQueryBuffer(ctx);
-  ResultSet rs = Read("Select long_path from tFiles order by file_key");
-  ASSERT_EQ(rs.RowCount(), 3);
-  EXPECT_EQ(rs.Value(0, 0).Text() + rs.Value(1, 0).Text() + rs.Value(2, 0).Text(), "010");
-}
-
 TEST_F(JobDatabaseTest, SizesAreDoublesWithFifteenDigits) {
   EXPECT_EQ(SizeText(0, 0), "0");
   EXPECT_EQ(SizeText(0, 0xFFFFFFFF), "4294967295") << "each half is unsigned";
   EXPECT_EQ(SizeText(232830, 2764472319), "999999999999999");
   EXPECT_EQ(SizeText(0xFFFFFFFF, 0xFFFFFFFF), "1.84467440737096e+19");
 
+  // Stored as text, which the resume totals add up through SQLite's own conversion.
   CreateJobDatabase(ctx, db);
   FindData big;
   big.sizeHigh = 1;
   InsertFile("big", big);
-  FindData huge;
-  huge.sizeHigh = 232830;
-  huge.sizeLow = 2764472320;
-  InsertFile("huge", huge);
   FlushQueryBuffer(ctx);
-  ResultSet rs = Read("Select group_concat(source_size || typeof(source_size), ' ') from tFiles");
-  EXPECT_EQ(rs.Value(0, 0).Text(), "4294967296text 1e+15text");
-  // The resume totals add these texts up through SQLite's own conversion.
-  EXPECT_DOUBLE_EQ(Read("Select sum(source_size) as s from tFiles").Field("s").Number(),
-                   1e15 + 4294967296.0);
+  EXPECT_EQ(Read("Select source_size || typeof(source_size) from tFiles").Value(0, 0).Text(),
+            "4294967296text");
 }
 
-TEST_F(JobDatabaseTest, TheTenThousandthInsertCommitsTheBatch) {
-  CreateJobDatabase(ctx, db);
-  FlushQueryBuffer(ctx);
-  EXPECT_FALSE(ctx.db) << "an empty flush makes no connection";
-  for (int i = 1; i < 10000; ++i) InsertFile("f" + std::to_string(i));
-  EXPECT_EQ(Count("tFiles"), 0) << "nothing is visible before the batch is committed";
-  InsertFile("f10000");
-  EXPECT_EQ(Count("tFiles"), 10000);
-  // An empty flush sends nothing: with a transaction open, a "BEGIN" would fail and be logged.
-  ctx.db->Execute("BEGIN");
-  FlushQueryBuffer(ctx);
-  EXPECT_EQ(SilentLog(), "");
-}
-
-TEST_F(JobDatabaseTest, FailedFlushesAreLoggedAndKeepTheirStatements) {
-  // No database where the run expects it: the recovered connection can't open.
+TEST_F(JobDatabaseTest, AFailedFlushIsLoggedAndAFailedStatementIsDroppedAlone) {
+  // No database where the run expects it: the statements are kept for a later flush.
   InsertFile("lost.txt");
   FlushQueryBuffer(ctx);
   EXPECT_EQ(SilentLog(),
             "Error while flushing query buffer.\r\n14: unable to open database file\r\n"
             "Stage: Beginning transaction\r\n" + kBufferDashes + "\r\n");
   EXPECT_EQ(ctx.queryBuffer.statements.size(), 1u);
-  // With the silent log out of reach the failure passes to the caller.
-  ctx.paths.ErrorLogPath = dir / "gone/_errors.log";
-  EXPECT_THROW(FlushQueryBuffer(ctx), RunError);
-}
+  ctx.queryBuffer.statements.clear();
+  fs::remove(dir / "_silent.log");
 
-TEST_F(JobDatabaseTest, AStatementThatFailsIsDroppedAloneAndNamed) {
-  // A repaired database (made from an empty file) has no tFolders: the folder row fails, the
-  // file rows around it stay, with every column a row fills.
+  // A database repaired from an empty file has no tFolders: only the folder row fails.
   dir.WriteFile("_job.sdb", "");
   ASSERT_TRUE(ValidateJobDatabase(ctx, db));
   InsertFile("a.txt");
   InsertFolderRow(ctx, dir.path() + "/", FindData{});
   InsertFile("b.txt");
+  // A statement that can't even be read (a NUL cuts its text) is dropped the same way.
+  InsertFile(std::string("c\0d.txt", 7));
   FlushQueryBuffer(ctx);
   const std::string log = SilentLog();
   EXPECT_TRUE(log.starts_with("Error while flushing query buffer.\r\n1: no such table: tFolders\r\n"
@@ -217,12 +156,66 @@ TEST_F(JobDatabaseTest, AStatementThatFailsIsDroppedAloneAndNamed) {
               log.ends_with("Stage: Looping through buffered queries\r\n" + kBufferDashes + "\r\n"))
       << log;
   EXPECT_EQ(Count("tFiles"), 2) << "later rows are not taken with it";
-  // A statement that can't even be read (a NUL cuts its text) is dropped the same way.
-  InsertFile(std::string("c\0d.txt", 7));
-  InsertFile("e.txt");
-  FlushQueryBuffer(ctx);
-  EXPECT_EQ(Count("tFiles"), 3);
   EXPECT_TRUE(ctx.queryBuffer.statements.empty());
+  // With the silent log out of reach the failure passes to the caller.
+  ctx.db.reset();
+  fs::remove(db);
+  InsertFile("e.txt");
+  ctx.paths.ErrorLogPath = dir / "gone/_errors.log";
+  EXPECT_THROW(FlushQueryBuffer(ctx), RunError);
+}
+
+// A statement's failure as "number description".
+template <typename F>
+std::string FailureOf(F&& statement) {
+  try {
+    statement();
+  } catch (const RunError& e) {
+    return IntText(e.number()) + " " + e.description();
+  }
+  return "no failure";
+}
+
+class DbConnectionTest : public ::testing::Test {
+ protected:
+  test::TempDir dir;
+  std::string path = dir / "_job.sdb";
+};
+
+TEST_F(DbConnectionTest, OpenTellsDatabasesFromOtherFilesAndFailuresCarryTheirReason) {
+  DbConnection db;
+  EXPECT_FALSE(db.Open(path));
+  EXPECT_FALSE(std::filesystem::exists(path)) << "Open makes no file";
+  dir.WriteFile("_job.sdb", "this is a text file, long enough to hold a header of a database....");
+  EXPECT_FALSE(db.Open(path) || db.IsOpen());
+  dir.WriteFile("_job.sdb", "");  // an empty file is an empty database
+  EXPECT_TRUE(db.Open(path) && db.IsOpen());
+  EXPECT_EQ(FailureOf([&] { db.Execute("Insert into nowhere values(1)"); }) + "|" +
+                FailureOf([&] { db.Query("Select * from nowhere"); }),
+            "1 no such table: nowhere|1 no such table: nowhere");
+  DbConnection lost;
+  EXPECT_FALSE(lost.Create(dir / "no-such-folder/_job.sdb"));
+  EXPECT_EQ(FailureOf([&] { lost.Execute("BEGIN"); }), "14 unable to open database file");
+  EXPECT_EQ(lost.LastSystemError(), ENOENT);
+}
+
+TEST(DbValueTest, ConvertsNumbersAndTextsAsTheColumnsNeed) {
+  EXPECT_EQ(DbValue(std::string("-2147483648")).Int32(), INT32_MIN);
+  EXPECT_EQ(DbValue(int64_t{2147483647}).Int32(), INT32_MAX);
+  EXPECT_EQ(DbValue(std::string(" 12 ")).Int32(), 12);
+  EXPECT_EQ(DbValue().Int32(), 0);
+  EXPECT_DOUBLE_EQ(DbValue(std::string("1e+15")).Number(), 1e15);
+  EXPECT_EQ(DbValue(std::string("9223372036854775807")).Int64(), INT64_MAX) << "keys keep every digit";
+  EXPECT_EQ(DbValue(8589934592.0).Int64(), 8589934592);
+  EXPECT_TRUE(DbValue(std::string("-3.5")).IsNumeric());
+  for (const char* text : {"", "0x10", "inf"}) EXPECT_FALSE(DbValue(std::string(text)).IsNumeric());
+  for (const auto& v : {DbValue(std::string("2147483648")), DbValue(int64_t{-2147483649}),
+                        DbValue(3e9), DbValue(1e300)}) {
+    EXPECT_EQ(FailureOf([&] { v.Int32(); }), "6 Overflow");
+  }
+  for (const auto& text : {"abc", "", "1.2.3", "12a"}) {
+    EXPECT_EQ(FailureOf([&] { DbValue(std::string(text)).Number(); }), "13 Type mismatch") << text;
+  }
 }
 
 }  // namespace
