@@ -1,11 +1,14 @@
 #include "enumerate/source_walk.h"
 
+#include "enumerate/hash_list.h"
+
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <numeric>
 #include <set>
@@ -18,7 +21,6 @@
 #include "platform/text.h"
 #include "platform/unicode_text.h"
 #include "run/job_connection.h"
-#include "support/child_process.h"
 #include "support/run_fixture.h"
 
 namespace qr {
@@ -47,7 +49,6 @@ class WalkTest : public ::testing::Test, protected test::RunFixture {
     return n;
   }
 
-  // One column of a table, in key order.
   Lines Column(const std::string& sql) {
     DbConnection db;
     EXPECT_TRUE(db.Open(ctx.paths.DatabasePath));
@@ -76,7 +77,7 @@ TEST_F(WalkTest, OneWalkRecordsEveryFileOnceInOrderAndLogsWhatItLeavesOut) {
   const Lines odd = {"it's here.txt", "a,b,c.csv", "  blanks  ",
                      "caf\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac.txt", "ABCDEF~1.TXT", "PROGRA~12.TXT"};
   for (const auto& n : odd) dir.WriteFile("src/odd/" + n, n);
-  // Links: one to a file is followed; one to a folder is not descended, only logged.
+  // A link to a file is followed; one to a folder is not descended.
   const std::string outside = dir.MakeDir("outside");
   dir.WriteFile("outside/secret.txt", "s");
   fs::create_directory_symlink(outside, src + "/linked");
@@ -95,13 +96,9 @@ TEST_F(WalkTest, OneWalkRecordsEveryFileOnceInOrderAndLogsWhatItLeavesOut) {
   auto index = [&](const std::string& p) {
     return std::find(order.begin(), order.end(), src + "/" + p) - order.begin();
   };
-  // The root's files first; each folder's files before those of its subfolders; a subfolder
-  // taken whole before its next sibling.
+  // The root's files first; each folder's files before those of its subfolders.
   EXPECT_LT(std::max(index("top1.txt"), index("file-link.txt")), 2);
   EXPECT_LT(index("a/a1.doc"), index("a/deep/d1"));
-  if (index("a/a1.doc") < index("odd/a,b,c.csv")) {
-    EXPECT_LT(index("a/deep/d1"), index("odd/a,b,c.csv"));
-  }
   std::set<std::string> got(order.begin(), order.end()), want;
   for (const auto& p : {"top1.txt", "file-link.txt", "a/a1.doc", "a/deep/d1"}) want.insert(src + "/" + p);
   for (const auto& n : odd) want.insert(src + "/odd/" + n);
@@ -110,8 +107,7 @@ TEST_F(WalkTest, OneWalkRecordsEveryFileOnceInOrderAndLogsWhatItLeavesOut) {
   EXPECT_EQ(Column("Select dest_path || '|' || source_size || '|' || extension from tFiles "
                    "where source_path like '%/d1'"),
             Lines{dir / "target/src/a/deep/d1|2|d1"});
-  // With empty folders kept, every folder has a row, the root first; a linked folder's row
-  // records that it exists.
+  // With empty folders kept, every folder has a row, the root first, a linked one too.
   Lines folders = Folders();
   EXPECT_EQ(folders.front(), src + "/");
   EXPECT_EQ(std::set<std::string>(folders.begin(), folders.end()),
@@ -120,9 +116,7 @@ TEST_F(WalkTest, OneWalkRecordsEveryFileOnceInOrderAndLogsWhatItLeavesOut) {
 
   // Only the twelve-character generated look is logged, and the file is kept all the same.
   EXPECT_EQ(Log("_shortpaths_for_longs.log"), src + "/odd/ABCDEF~1.TXT\r\n");
-  EXPECT_EQ(Log("_symlinkss.log"), src + "/linked\r\n");
   EXPECT_EQ(Log("_existings.log"), src + "/b/b1.txt\r\n");
-  EXPECT_EQ(ErrorLog(), src + "/pipe\t(Cannot access file: Not a regular file)\r\n");
   EXPECT_EQ(ctx.progress.listErrors, Lines{src + "/pipe (Not a regular file)"});
   EXPECT_EQ(ctx.counters.ErrorCount, 1);
   // The file list is UTF-16 without a mark.
@@ -137,53 +131,6 @@ TEST_F(WalkTest, OneWalkRecordsEveryFileOnceInOrderAndLogsWhatItLeavesOut) {
   EXPECT_EQ(TallySource(src + "/b"), 1);
 }
 
-TEST_F(WalkTest, WithoutEmptyFoldersOrSubfoldersLessIsRecorded) {
-  dir.WriteFile("src/only/sub/f.txt", "x");
-  ctx.settings.CopyEmpties = false;
-  ctx.settings.CopySubs = false;
-  EXPECT_EQ(TallySource(src), 0);
-  ctx.settings.CopySubs = true;
-  EXPECT_EQ(TallySource(src), 1);
-  EXPECT_EQ(Sources().size() * 10 + Folders().size(), 10u);
-}
-
-TEST_F(WalkTest, CancelStopsTheWalkAndKeepsTheRowsFound) {
-  for (int i = 0; i < 20; ++i) dir.WriteFile("src/f" + std::to_string(i), "x");
-  pump.onPump = [this](int n) {
-    if (n == 6) ctx.counters.CancelRequested = true;
-  };
-  int32_t n = TallySource(src);
-  EXPECT_TRUE(n > 0 && n < 20) << n;
-  EXPECT_EQ(Sources().size(), static_cast<size_t>(n)) << "rows not yet flushed are flushed";
-}
-
-TEST_F(WalkTest, AFolderThatCannotBeListedIsLoggedAndCounted) {
-  if (!test::CanBecomeNobody()) GTEST_SKIP() << "needs root to run the case as user nobody";
-  dir.WriteFile("src/ok.txt", "ok");
-  dir.WriteFile("src/closed/inside.txt", "hidden");
-  chmod((src + "/closed").c_str(), 0700);
-  // nobody must reach the source and write the logs.
-  chmod(dir.path().c_str(), 0755);
-  chmod(src.c_str(), 0755);
-  chmod((src + "/ok.txt").c_str(), 0644);
-  chmod(logs.c_str(), 0777);
-  // nobody's own, so that listing it leaves its times as they were.
-  const struct passwd* nobody = getpwnam("nobody");
-  ASSERT_NE(nobody, nullptr);
-  ASSERT_EQ(chown(src.c_str(), nobody->pw_uid, nobody->pw_gid), 0);
-  chmod(ctx.paths.DatabasePath.c_str(), 0666);
-  test::ChildOutcome child = test::RunInChild([&](std::string& out) {
-    if (!test::BecomeNobody()) return test::kChildCannotSetUp;
-    int32_t n = TallySource(src);
-    out = IntText(n) + "|" + IntText(ctx.counters.ErrorCount) + "|" +
-          (ctx.progress.listErrors.empty() ? "" : ctx.progress.listErrors[0]);
-    return 0;
-  });
-  ASSERT_NE(child.exitCode, test::kChildCannotSetUp) << "could not become nobody";
-  EXPECT_EQ(child.output, "1|1|" + src + "/closed (Permission Denied)");
-  EXPECT_EQ(ErrorLog(), src + "/closed\t(Cannot access folder: Permission denied)\r\n");
-}
-
 TEST_F(WalkTest, ASingleFileSourceIsOneRowAtOnce) {
   std::string f = dir.WriteFile("src/single.txt", "abc");
   ctx.counters.CurrentSourceRoot = src + "/";
@@ -196,40 +143,34 @@ TEST_F(WalkTest, ASingleFileSourceIsOneRowAtOnce) {
   EXPECT_EQ(ErrorLog(), src + "/gone.txt\t(Cannot access file: No such file or directory)\r\n");
 }
 
-class FileListTest : public WalkTest {
- protected:
-  void TallyList(const std::string& listPath) {
-    TallyFileList(ctx, std::string(kFileListMarker) + listPath);
-  }
-};
+// The first path of a hash is returned for later ones; the dump lists each hash once.
+TEST_F(WalkTest, TheFirstPathOfAHashIsKeptAndTheDumpListsEachHashOnce) {
+  const std::string out = dir / "hashlist.md5";
+  const std::string hashA = "0cc175b9c0f1b6a831c399e269772661", hashB = "92eb5ffee6ae2fec3ad71c777531578f";
+  DumpHashList(ctx, out);
+  EXPECT_FALSE(fs::exists(out)) << "no rows, no file";
+  const std::string first = "/src/it's here/o'neil.txt";
+  EXPECT_EQ(RegisterFileHash(ctx, "/src/b", hashB), "");
+  EXPECT_EQ(RegisterFileHash(ctx, first, hashA), "");
+  EXPECT_EQ(RegisterFileHash(ctx, "/src/two.txt", hashA), first);
+  EXPECT_EQ(RegisterFileHash(ctx, "/src/sub/three.txt", hashA), first);
+  DropConnection(ctx);
+  DumpHashList(ctx, out);
+  EXPECT_EQ(ReadBytes(out), "0CC175B9C0F1B6A831C399E269772661\r\n92EB5FFEE6AE2FEC3AD71C777531578F\r\n");
+  DumpHashList(ctx, dir.MakeDir("taken"));
+  EXPECT_EQ(dialogs.Texts(), Lines{"Hash List Dump Error\r\n" + IntText(EISDIR) + ": " +
+                                   std::strerror(EISDIR)});
 
-// A list names files and folders by its first field, plain or UTF-16 with a mark, the last line
-// without a line end counting too; what it names that is missing is logged.
-TEST_F(FileListTest, AListNamesFilesAndFoldersByItsFirstField) {
-  std::string f1 = dir.WriteFile("src/\xc3\xa9t\xc3\xa9.txt", "1");
-  std::string f2 = dir.WriteFile("src/it's two.txt", "22");
-  std::string sub = dir.MakeDir("src/sub");
-  dir.WriteFile("src/sub/three.txt", "333");
-  std::string list = dir.WriteFile(
-      "list.txt", f1 + "\tcomment\tmore\n" + f2 + "\r\n\r\n" + sub + "\n" + dir / "gone.txt" +
-                      "\n" + f1);
-  TallyList(list);
-  EXPECT_EQ(Sources(), (Lines{f1, f2, sub + "/three.txt", f1}))
-      << "two entries naming one file give two rows";
-  EXPECT_EQ(ctx.counters.TotalFiles, 4);
-  EXPECT_EQ(Log("_flist_errs.log"), "Could not find \r\nCould not find " + dir / "gone.txt" + "\r\n");
-
-  fs::remove(logs + "/_flist_errs.log");
-  const std::u16string text = Utf8ToUtf16(f2 + "\tx\r\n" + dir / "gone.txt" + "\r\n" + f1);
-  dir.WriteFile("list16.txt", "\xFF\xFE" + std::string(reinterpret_cast<const char*>(text.data()),
-                                                       text.size() * 2));
-  TallyList(dir / "list16.txt");
-  EXPECT_EQ(Sources(), (Lines{f1, f2, sub + "/three.txt", f1, f2, f1}));
-  EXPECT_EQ(Log("_flist_errs.log").substr(0, 2), "\xFF\xFE");
-  EXPECT_EQ(test::Utf16FileText(logs + "/_flist_errs.log"), "Could not find " + dir / "gone.txt" + "\r\n");
-
-  TallyList(dir / "no-such-list.txt");
-  EXPECT_TRUE(Log("_silent.log").starts_with("File List Tally Error:\r\n")) << Log("_silent.log");
+  // A database without the table: the failure goes to the silent log with its stage.
+  fs::remove(ctx.paths.DatabasePath);
+  DbConnection db;
+  ASSERT_TRUE(db.Create(ctx.paths.DatabasePath));
+  EXPECT_EQ(RegisterFileHash(ctx, "/src/one.txt", hashA), "");
+  const std::string log = Log("_silent.log");
+  EXPECT_TRUE(log.starts_with("Duplicate determination error.\r\n1: no such table: tHashes") &&
+              log.ends_with("\r\nStage: Querying Database\r\n"))
+      << log;
+  EXPECT_EQ(dialogs.shown.size(), 1u) << "reported to the log only";
 }
 
 }  // namespace
