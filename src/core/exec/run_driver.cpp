@@ -387,10 +387,13 @@ class SourceLinkTimes {
 
 ExecResult ExecCopy(RunContext& ctx) {
   const ConfinedRootsScope confined;
-  // However the run ends, its verification log is let go.
+  // However the run ends, its verification log is let go and its second thread ended.
   struct LogsClosed {
     RunContext& ctx;
-    ~LogsClosed() { ctx.verificationLog.Close(); }
+    ~LogsClosed() {
+      ctx.verificationLog.Close();
+      ctx.hashWorker.Stop();
+    }
   } logsClosed{ctx};
   const SourceLinkTimes linkTimes(ctx.settings.Sources);
   // Each handler ends the run at once: no close-down, and the run's state stays as it was.
