@@ -41,6 +41,7 @@ class JobManagerWindowTest : public WindowFixture<> {
 
 TEST_F(JobManagerWindowTest, AJobTypedSavedAndLoadedBackThroughTheWidgets) {
   EXPECT_EQ(manager.windowTitle(), "Lantern Sweep Job Manager");
+  EXPECT_EQ(Child<QLabel>("lblOrderName")->text(), "Job &Name:");  // the form's mnemonic kept
   QTest::keyClicks(Child<QLineEdit>("txtOrderName"), "Payroll");
   QTest::keyClicks(Child<QPlainTextEdit>("txtInstructions"), "Call Ann");
   QTest::keyClicks(Child<QLineEdit>("txtCompName"), "HOST-9");
@@ -90,6 +91,11 @@ TEST_F(JobManagerWindowTest, ActiveHelpFollowsTheMouseAndStaysWhenItLeaves) {
   EXPECT_TRUE(Child<QLabel>("lblHelpContent")->text().startsWith("Type the path that you want"));
   Hover("cmdRun");  // no topic of its own: the pane keeps what it had
   EXPECT_EQ(Help(), "Job Target Path");
+  manager.show();
+  manager.activateWindow();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(&manager));
+  Child<QComboBox>("cboExtAction")->setFocus();
+  EXPECT_EQ(Help(), "Extension Filtering");
 }
 
 TEST_F(JobManagerWindowTest, FileTypesAddFileAndDropsReachTheirWindowsAndTheList) {
@@ -102,6 +108,8 @@ TEST_F(JobManagerWindowTest, FileTypesAddFileAndDropsReachTheirWindowsAndTheList
   Child<QPushButton>("cmdBrowseFileTypes")->click();
   FileTypePicker* picker = manager.fileTypePicker();
   ASSERT_TRUE(picker != nullptr && picker->isVisible());
+  EXPECT_TRUE(
+      gui::Child<QLabel>(picker, "lblInstructions")->text().startsWith("Choose a category"));
   // It opens on the first category; a type is added only once one is chosen.
   gui::Child<QPushButton>(picker, "cmdAddType")->click();
   gui::Child<QListWidget>(picker, "listFileDefs")->setCurrentRow(1);

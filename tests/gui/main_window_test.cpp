@@ -14,7 +14,9 @@
 #include <set>
 #include <utility>
 
+#include "exec/startup.h"
 #include "file_finder.h"
+#include "jobdef/settings_files.h"
 #include "options_dialog.h"
 #include "progress_window.h"
 #include "qt_dialogs.h"
@@ -180,10 +182,7 @@ TEST_F(MainWindowTest, AWholeCollectionRunFromTheWindow) {
   window->show();
   dialogs.picks = {t / "src"};
   Child<QPushButton>("cmdAdd")->click();
-  // A log box one character from the target follows it as the target is typed.
-  Child<QLineEdit>("txtLogPath")->setText(Q(t.path() + "/"));
   QTest::keyClicks(Child<QLineEdit>("txtTargetPath"), Q(t / "out"));
-  EXPECT_EQ(Child<QLineEdit>("txtLogPath")->text(), Q(t / "out"));
   Child<QLineEdit>("txtLogPath")->setText(Q(t / "logs"));
 
   // What the windows show at the pump points of the copying.
@@ -212,13 +211,16 @@ TEST_F(MainWindowTest, AWholeCollectionRunFromTheWindow) {
   // The labels move with the run: more than one count and file drawn while it copied.
   EXPECT_GT(filesCopiedSeen.size(), 2u);
   EXPECT_GT(currentFileSeen.size(), 2u);
-  EXPECT_TRUE(currentFileSeen.rbegin()->startsWith("Current File: "));
+  EXPECT_TRUE(std::all_of(currentFileSeen.begin(), currentFileSeen.end(), [](const QString& s) {
+    return s.isEmpty() || s.startsWith("Current File: ");
+  }));
   EXPECT_FALSE(progress->isVisible());
   EXPECT_EQ(window->windowTitle(), "Quillon Ravelin 2.2 Rover Edition");
   EXPECT_EQ(test::ReadBytes(t / "out/src/d4/f29.bin"), test::ReadBytes(t / "src/d4/f29.bin"));
 }
 
 TEST_F(MainWindowTest, DuringARunTheRunControlsAreOffCancelWorksAndClosingOnlyCancels) {
+  ctx.program.app.appPath = t.path();
   t.MakeDir("empty source");
   ctx.settings.Sources = {t / "empty source"};
   ctx.settings.TargetPath = t / "target";
@@ -246,7 +248,27 @@ TEST_F(MainWindowTest, DuringARunTheRunControlsAreOffCancelWorksAndClosingOnlyCa
   Child<QPushButton>("cmdRun")->click();
   EXPECT_FALSE(closed);  // the window stays while its run goes on
   EXPECT_TRUE(Child<QPushButton>("cmdRun")->isEnabled());
-  EXPECT_TRUE(window->close());  // outside a run the window simply closes
+
+  // Outside a run the window closes, and keeps its normal place and size with the frame as
+  // the desktop has it, also when it was maximised.
+  window->setGeometry(40, 30, 900, 600);
+  QApplication::processEvents();
+  const QRect normal = window->frameGeometry();
+  window->showMaximized();
+  QApplication::processEvents();
+  EXPECT_TRUE(window->close());
+  SaveOnClose(ctx);
+  EXPECT_EQ(INIread(t / "ravelin.ini", "Geometry", "MainWidth"), std::to_string(normal.width() * 15));
+}
+
+TEST_F(MainWindowTest, ARunWithTheSilentSwitchAsksTheProgramToEnd) {
+  ctx.program.flags.silent = true;  // no sources: -silent ends the program without a box
+  Open();
+  bool endRequested = false;
+  QObject::connect(window.get(), &MainWindow::programEndRequested, [&] { endRequested = true; });
+  Child<QPushButton>("cmdRun")->click();
+  EXPECT_TRUE(endRequested && window->endedByRun());
+  EXPECT_TRUE(dialogs.shown.empty());
 }
 
 class ProgressWindowTest : public WindowFixture<> {
@@ -268,7 +290,12 @@ TEST_F(ProgressWindowTest, TheWindowDrawsThePaneItsErrorListAndItsTimer) {
   ctx.counters.StartTime = Clock::now() - std::chrono::seconds(65);
   Show();
   EXPECT_EQ(window.windowTitle(), "Quillon Ravelin 2.2 Rover Edition - Progress");
+  auto* bar = Child<QFrame>("Progress");
   auto* bar1 = Child<QFrame>("Progress1");
+  EXPECT_EQ(bar1->width(), TwipsToPixels(ctx.progress.progress1Width));
+  ctx.progress.Progress_Set(100);
+  window.Refresh();
+  EXPECT_EQ(bar->width(), TwipsToPixels(ProgressPane::kProgressFullWidth));
   ctx.progress.byteBarVisible = ctx.progress.skipEnabled = false;
   window.Refresh();
   EXPECT_FALSE(bar1->isVisible() || Child<QPushButton>("cmdSkip")->isEnabled());
@@ -313,22 +340,45 @@ TEST_F(ProgressWindowTest, SkipCancelAndClosingSetTheRequestsAndTheWindowStaysDu
   ctx.counters.RunActive = true;
   EXPECT_FALSE(window.close());
   EXPECT_TRUE(ctx.counters.CancelRequested);
+
+  // The run's end hides the window; closing outside a run still asks for a cancel.
+  ctx.counters.RunActive = false;
+  ctx.progress.visible = false;
+  window.Refresh();
+  EXPECT_FALSE(window.isVisible());
+  Show();
+  ctx.counters.CancelRequested = false;
+  EXPECT_TRUE(window.close() && ctx.counters.CancelRequested);
+}
+
+TEST(QtDialogs, LineEndsBecomeLineFeedsForDisplay) {
+  EXPECT_EQ(DisplayText("one\r\ntwo\r\n\r\nthree\rfour"), QString("one\ntwo\n\nthree\nfour"));
+  EXPECT_EQ(DisplayText("caf\xc3\xa9"), QString::fromUtf8("caf\xc3\xa9"));
 }
 
 // The real box, answered by a key as a person would: Enter takes its default button, Escape its
 // negative one. A box still up a second later is closed unanswered, so that no case hangs.
 TEST(QtDialogs, EnterTakesTheDefaultButtonAndEscapeTheNegativeOne) {
+  const struct {
+    Buttons buttons;
+    Answer enter, escape;
+  } cases[] = {{Buttons::OkCancel, Answer::Ok, Answer::Cancel},
+               {Buttons::YesNo, Answer::Yes, Answer::No},
+               {Buttons::YesNoCancel, Answer::Yes, Answer::Cancel}};
   QtDialogs dialogs;
-  for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Escape}) {
-    QTimer::singleShot(0, [key] { QTest::keyClick(QApplication::activeModalWidget(), key); });
-    QTimer guard;
-    guard.setSingleShot(true);
-    QObject::connect(&guard, &QTimer::timeout, [] {
-      if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) box->done(-1);
-    });
-    guard.start(1000);
-    EXPECT_EQ(dialogs.MessageBox("Go on?", "Title", Icon::Question, Buttons::OkCancel),
-              key == Qt::Key_Return ? Answer::Ok : Answer::Cancel);
+  for (const auto& c : cases) {
+    for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Escape}) {
+      QTimer::singleShot(0, [key] { QTest::keyClick(QApplication::activeModalWidget(), key); });
+      QTimer guard;
+      guard.setSingleShot(true);
+      QObject::connect(&guard, &QTimer::timeout, [] {
+        if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) box->done(-1);
+      });
+      guard.start(1000);
+      EXPECT_EQ(dialogs.MessageBox("Go on?", "Title", Icon::Question, c.buttons),
+                key == Qt::Key_Return ? c.enter : c.escape)
+          << static_cast<int>(c.buttons) << " " << key;
+    }
   }
 }
 

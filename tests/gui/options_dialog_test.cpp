@@ -23,8 +23,8 @@ class OptionsDialogTest : public WindowFixture<> {
 };
 
 // The rules themselves are the settings' own; here: a click runs them and the boxes show what
-// they left.
-TEST_F(OptionsDialogTest, ClicksRunTheRulesAndTheBoxesShowWhatTheyLeft) {
+// they left, while a value set by a job file is drawn as it is.
+TEST_F(OptionsDialogTest, ClicksRunTheRulesAndAJobFileValueIsDrawnWithoutThem) {
   EXPECT_FALSE(Box("chkRootFolders")->isEnabled());
   Box("chkRavelin")->click();  // the engine that is on, clicked, hands over to the other
   EXPECT_TRUE(Box("chkRobocopy")->isChecked() && !Box("chkRavelin")->isChecked());
@@ -36,17 +36,33 @@ TEST_F(OptionsDialogTest, ClicksRunTheRulesAndTheBoxesShowWhatTheyLeft) {
   Box("chkCopyRestartable")->click();
   EXPECT_FALSE(Box("chkCopyBackup")->isChecked() || Box("chkCopyZB")->isChecked());
 
+  ctx.settings.CopyBackup = ctx.settings.CopyZB = true;
+  ctx.settings.enabled.Robocopy = false;  // a failed probe leaves its box disabled
+  dialog.Refresh();
+  EXPECT_TRUE(Box("chkCopyBackup")->isChecked() && Box("chkCopyZB")->isChecked() &&
+              Box("chkCopyRestartable")->isChecked());
+  EXPECT_FALSE(Box("chkRobocopy")->isEnabled());
+
   QTest::keyClicks(Child<QLineEdit>("txtStartMonth"), "123");
   EXPECT_EQ(ctx.settings.StartMonth, "12");
+}
+
+TEST_F(OptionsDialogTest, EachEntryOfTheTypeListShowsExactlyOneFrame) {
+  dialog.show();
+  ASSERT_EQ(dialog.PageCount(), static_cast<int>(kOptionFrames.size()));
+  for (int page : {2, 3, 4, 5, 1, 0}) {
+    dialog.ShowPage(page);
+    for (size_t i = 0; i < kOptionFrames.size(); ++i) {
+      EXPECT_EQ(Child<QGroupBox>(kOptionFrames[i])->isVisible(), static_cast<int>(i) == page)
+          << "page " << page << ", " << kOptionFrames[i];
+    }
+  }
 }
 
 TEST_F(OptionsDialogTest, CancelKeepsAnAddedPatternOkSavesTheSettingsFileAndDropsAreSources) {
   ctx.program.app.appPath = t.path();
   dialog.show();
   dialog.ShowPage(4);
-  for (size_t i = 0; i < kOptionFrames.size(); ++i) {
-    EXPECT_EQ(Child<QGroupBox>(kOptionFrames[i])->isVisible(), i == 4) << kOptionFrames[i];
-  }
   QTest::keyClicks(Child<QLineEdit>("txtNewExclusion"), "   ");
   Child<QPushButton>("cmdAddExclusion")->click();  // blank: not added, and left in the box
   EXPECT_EQ(Child<QListWidget>("listExclusions")->count(), 0);

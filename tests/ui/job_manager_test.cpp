@@ -85,6 +85,10 @@ TEST_F(JobManagerTest, ADamagedJobFileIsRefusedAndChangesNothing) {
     ASSERT_EQ(dialogs.shown.size(), 1u);
     EXPECT_EQ(dialogs.shown[0].text.rfind("The job file " + path + " could not be loaded: ", 0),
               0u);
+    // The reason a file could not be read is the system's own.
+    if (path.ends_with("missing.lsw")) {
+      EXPECT_NE(dialogs.shown[0].text.find("No such file or directory"), std::string::npos);
+    }
     EXPECT_EQ(f.job.Sources, std::vector<std::string>{"/kept"});
     EXPECT_EQ(ctx.settings.ExclusionPatterns, std::vector<std::string>{"*.tmp"});
   }
@@ -155,6 +159,13 @@ TEST_F(JobManagerTest, SourcesGoInAsTypedAndEditsReplaceInPlace) {
   EXPECT_EQ(f.job.Sources, (std::vector<std::string>{"/first", "[File List] /lists/l.txt"}));
 }
 
+// The log path's browse button with nothing chosen offers the usual place.
+TEST_F(JobManagerTest, TheLogPathBrowseFillsTheDefaultWithoutAChoice) {
+  dialogs.picks = {""};
+  cmdLogPath_Click(ctx, f);
+  EXPECT_EQ(f.job.LogPath, "[RVDrive]/_Logs/[JobName]/");
+}
+
 TEST(JobManagerHelp, PathTopicsShareTheirVariableLinesWithTheDate) {
   const std::string log = HelpText("Log Path", "15-Nov-26");
   EXPECT_TRUE(log.ends_with("\r\n[Date] : This variable is replaced with the current date "
@@ -165,7 +176,7 @@ TEST(JobManagerHelp, PathTopicsShareTheirVariableLinesWithTheDate) {
 }
 
 // The four lines land at the root of the drive, the program path quoted when it holds a blank.
-TEST_F(JobManagerTest, AutorunAsksTwiceAndWritesTheRoot) {
+TEST_F(JobManagerTest, AutorunAsksTwiceWritesTheRootAndSaysWhenItCannot) {
   const std::string drive = dir.MakeDir("usb");
   ctx.program.app.programFolder = drive + "/My Tools/";
   const std::string inf = drive + "/AUTORUN.INF";
@@ -185,6 +196,29 @@ TEST_F(JobManagerTest, AutorunAsksTwiceAndWritesTheRoot) {
             "OPEN=\"My Tools/quillon-ravelin\" -as -q /AUTORUN\r\n"
             "ACTION=\"Run Lantern Sweep\"\r\n"
             "ICON=My Tools/quillon-ravelin,0\r\n");
+
+  dialogs.shown.clear();
+  dialogs.answers = {Answer::Yes, Answer::Yes};
+  mnuAutorun_Click(ctx, dir / "not-mounted");
+  ASSERT_EQ(dialogs.shown.size(), 3u);
+  EXPECT_EQ(dialogs.shown[2].text.rfind("The autorun file " + dir / "not-mounted/AUTORUN.INF" +
+                                            " could not be written: No such file or directory",
+                                        0),
+            0u);
+}
+
+TEST_F(JobManagerTest, HashListFolderIsKeptInLocalIniAtOnce) {
+  ctx.program.app.localIniPath = dir / "program/local.ini";
+  ctx.program.app.hashListFolder = dir / "program/_hashlist/";
+  const std::string chosen = dir.MakeDir("hashes");
+  dialogs.picks = {"", chosen};
+  mnuHashPath_Click(ctx);  // nothing chosen: nothing kept, nothing said
+  mnuHashPath_Click(ctx);
+  EXPECT_EQ(dialogs.pickerDetails[0].startFolder, dir / "program/_hashlist/");
+  EXPECT_EQ(ctx.program.app.hashListFolder, chosen + "/");
+  EXPECT_EQ(INIread(ctx.program.app.localIniPath, "LocalSettings", "HASHPATH"), chosen + "/");
+  ASSERT_EQ(dialogs.shown.size(), 1u);
+  EXPECT_EQ(dialogs.shown[0].text.rfind("Hash lists will be kept in " + chosen + "/", 0), 0u);
 }
 
 using test::TempDir;
@@ -208,6 +242,9 @@ TEST(TryAddJob, ListsOnlyNamedJobsNotDoneInTheirLogFolderAndNotLockedElsewhere) 
       {"done in its log folder, variables expanded",
        Job("Mail", "[JPATH]\t[RVDrive]/_Logs/[JobName]/[CName]-[UName]\r\n"),
        "drive/_Logs/Mail/host1-ann/job.lsd", false},
+      {"[RoverDrive] too, no separator at the end", Job("A", "[JPATH]\t[RoverDrive]/L\r\n"),
+       "drive/L/job.lsd", false},
+      {"done in another log folder", Job("A", "[JPATH]\t@/mine\r\n"), "other/job.lsd", true},
       {"[Date] is not replaced", Job("A", "[JPATH]\t@/d/[Date]\r\n"), "d/[Date]/job.lsd", false},
       {"a binary file", std::string("\x7f" "ELF\0\x01\t\x02\xff\xfe", 10), "", false},
       {"a damaged file that still has a name",
@@ -229,6 +266,17 @@ TEST(TryAddJob, ListsOnlyNamedJobsNotDoneInTheirLogFolderAndNotLockedElsewhere) 
   EXPECT_EQ(jobs[0].JobFile + jobs[0].JobName + jobs[0].JobInstructions + jobs[0].JobErrorNotes,
             t / "x.lsw" + "Ydo Xcall")
       << "the last line of a tag wins";
+}
+
+TEST(JobPickerStart, OnlyAsWithExactlyOneJobRunsAtOnce) {
+  JobsForm f;
+  f.jobs.resize(2);
+  StartupFlags as, q;
+  as.autoStart = q.quit = true;
+  EXPECT_FALSE(RunsAtOnce(as, f)) << "two jobs: the end user chooses";
+  f.jobs.pop_back();
+  EXPECT_TRUE(RunsAtOnce(as, f) && !RunsAtOnce(q, f));
+  EXPECT_TRUE(OpensWithJobPicker(as) && OpensWithJobPicker(q) && !OpensWithJobPicker({}));
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// The forms behind the main window, without a widget: the ways of adding sources, help and About, the options form's load, the file finder's listing and
+// The forms behind the main window, without a widget: the log box following the target, the
+// ways of adding sources, help and About, the options form's load, the file finder's listing and
 // messages, the file type picker's terms, and the progress timer's labels.
 #include "ui/main_window.h"
 #include "ui/file_finder.h"
@@ -10,6 +11,7 @@
 #include <sys/stat.h>
 
 #include <ctime>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +20,26 @@
 
 namespace qr {
 namespace {
+
+TEST(TargetFollowsLogRule, TheLogFollowsWhileTheTwoDifferByOneTrailingCharacter) {
+  struct Case {
+    std::string target, log;
+    std::optional<std::string> newLog;
+  };
+  const std::vector<Case> cases = {
+      {"/data/x", "/data/", "/data/x"},      // typed one character at the end
+      {"/data", "/data/", "/data"},          // deleted one character at the end
+      {"/data/xy", "/data/", std::nullopt},  // two apart: the boxes no longer agree
+      {"/data/x", "/data/x", std::nullopt},  // nothing to change
+      {"a", "", std::nullopt},               // one character: never carries the log
+      {"/caf", "/caf\xc3\xa9", "/caf"},        // a character is a code point, not a byte
+      {"/caf\xa9", "/caf", "/caf\xa9"},        // a byte that starts no sequence is one character
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.target + " | " + c.log);
+    EXPECT_EQ(TargetFollowsLog(c.target, c.log), c.newLog);
+  }
+}
 
 // Each form over a run context of its own in a temporary folder.
 class FormTest : public ::testing::Test, protected test::RunFixture {
@@ -181,6 +203,7 @@ TimePoint Utc(int y, int mo, int d, int h, int mi, int s) {
 // From time of day to time of day on the wall clock, across one midnight at most.
 TEST(ElapsedSecondsRule, ReadsTheClockOnTheWallAcrossOneMidnightAtMost) {
   const TimePoint evening = Utc(2026, 3, 10, 23, 59, 50);
+  const std::chrono::milliseconds ms(1);
   const struct {
     const char* what;
     const char* zone;
@@ -191,6 +214,7 @@ TEST(ElapsedSecondsRule, ReadsTheClockOnTheWallAcrossOneMidnightAtMost) {
       {"the dates play no part", "UTC0", Utc(2026, 3, 10, 10, 0, 0), Utc(2026, 3, 12, 10, 0, 5), 5},
       {"earlier in its day: the next day", "UTC0", Utc(2026, 3, 10, 12, 0, 0),
        Utc(2026, 3, 11, 11, 0, 0), 82800},
+      {"fractions dropped on both sides", "UTC0", evening + 900 * ms, evening + 1100 * ms, 1},
       // Central Europe's clocks go from 02:00 to 03:00 on 29 March 2026.
       {"spring forward", "CET-1CEST,M3.5.0,M10.5.0/3", Utc(2026, 3, 29, 0, 59, 59),
        Utc(2026, 3, 29, 1, 0, 0), 3601},
@@ -204,6 +228,7 @@ TEST(ElapsedSecondsRule, ReadsTheClockOnTheWallAcrossOneMidnightAtMost) {
 // Each tick starts from labels a former tick left; what the tick does not write stays.
 TEST(ProgressTimer, LabelsOfOneTick) {
   const TimePoint now = Utc(2026, 6, 1, 12, 0, 0);
+  const int64_t dayHourMinuteSecond = 86400 + 3600 + 60 + 1;
   const struct {
     const char* what;
     bool running;
@@ -226,6 +251,8 @@ TEST(ProgressTimer, LabelsOfOneTick) {
        " 00:00:01:40", "00:00:20"},
       {"1 × 10 ÷ 3 = 3.33 rounds to 3", true, 1, 1, 3, 10, 0, " 00:00:00:01", "00:00:02"},
       {"1 × 11 ÷ 3 = 3.67 rounds to 4", true, 1, 1, 3, 11, 0, " 00:00:00:01", "00:00:03"},
+      {"days in the elapsed time, not in the estimate", true, 10, dayHourMinuteSecond, 10,
+       10 + dayHourMinuteSecond, 0, " 01:01:01:01", "01:01:01"},
       // 100000 × 4 PB overflows 64 bits; 27:46:40 to go.
       {"byte counts too big to multiply", true, 100000, 100000, int64_t{2} * 1000000000000000,
        int64_t{4} * 1000000000000000, 0, " 01:03:46:40", "03:46:40"},
