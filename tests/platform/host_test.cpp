@@ -1,0 +1,122 @@
+// The host: its names and folders, the device environment, and the programs it starts.
+#include "platform/device_env.h"
+#include "platform/machine.h"
+#include "platform/process.h"
+
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "support/child_process.h"
+#include "support/temp_dir.h"
+
+namespace qr {
+namespace {
+
+namespace fs = std::filesystem;
+using Tokens = std::vector<std::string>;
+using test::ReadBytes;
+using test::TempDir;
+
+std::string FirstLine(const std::string& path) {
+  std::ifstream in(path);
+  std::string line;
+  std::getline(in, line);
+  return line;
+}
+
+TEST(MachineTest, NamesIdProgramFolderAndWhereUserNobodyMayWrite) {
+  EXPECT_EQ(ComputerName(), FirstLine("/proc/sys/kernel/hostname"));
+  const std::string id = FirstLine("/etc/machine-id");
+  EXPECT_EQ(MachineId(), id.empty() ? ComputerName() : id);
+  const std::string folder = ProgramFolder();
+  ASSERT_NE(folder.back(), '/');
+  EXPECT_TRUE(fs::equivalent("/proc/self/exe", folder + "/" + program_invocation_short_name));
+
+  // Only a created file tells whether a folder is writable.
+  TempDir tmp;
+  EXPECT_FALSE(IsWritableFolder(tmp / "missing") || IsWritableFolder(tmp.WriteFile("file", "x")));
+  if (!test::CanBecomeNobody()) GTEST_SKIP() << "needs root to run the case as user nobody";
+  EXPECT_EQ(UserName(), "root");
+  const std::string closed = tmp.MakeDir("closed");
+  const std::string open = tmp.MakeDir("open");
+  ASSERT_EQ(chmod(tmp.path().c_str(), 0755) + chmod(closed.c_str(), 0755) +
+                chmod(open.c_str(), 0777), 0);
+  const auto outcome = test::RunAsNobody([&](std::string& out) {
+    out = UserName() + " " + std::to_string(IsWritableFolder(closed)) +
+          std::to_string(IsWritableFolder(open));
+    return 0;
+  });
+  EXPECT_EQ(outcome.output, "nobody 01");
+  EXPECT_TRUE(fs::is_empty(open)) << "the probe leaves nothing";
+}
+
+const DeviceDefaults kDefaults{"/opt/ravelin/", "/media/stick", "machine-42"};
+
+// A blank serial is no device: every default, over what was found, folders without their
+// separator. Names match whole, and the scan stops at an empty entry.
+TEST(DeviceEnvironmentTest, OnlyASerialMakesADeviceAndElseEveryDefaultCounts) {
+  const auto local = ReadDeviceEnvironment(
+      {"U3_DEVICE_SERIAL=   ", "U3_ENV_LANGUAGE=German", "U3_DAPI_CONNECT_STRING=x"}, kDefaults);
+  EXPECT_FALSE(local.onDevice);
+  EXPECT_EQ((std::vector<std::string>{local.U3_DEVICE_SERIAL, local.defaultSerialCopy,
+                                      local.U3_DEVICE_PATH, local.U3_DEVICE_EXEC_PATH,
+                                      local.U3_ENV_LANGUAGE, local.U3_DAPI_CONNECT_STRING}),
+            (std::vector<std::string>{"machine-42", "machine-42", "/media/stick", "/opt/ravelin",
+                                      "English", ""}));
+  const auto device = ReadDeviceEnvironment(
+      {"U3_DEVICE_SERIAL=0815", "U3_DAPI_CONNECT_STRING=a=b=c", "XU3_DEVICE_PRODUCT=prefixed",
+       "U3_DEVICE_PRODUCTX=longer", "", "U3_ENV_LANGUAGE=Late"},
+      kDefaults);
+  EXPECT_TRUE(device.onDevice);
+  EXPECT_EQ(device.U3_DAPI_CONNECT_STRING + "|" + device.U3_DEVICE_PRODUCT + "|" +
+                device.U3_ENV_LANGUAGE + "|" + device.defaultSerialCopy,
+            "a=b=c|||");
+  test::EnvVar serial("U3_DEVICE_SERIAL", "from-the-process");
+  EXPECT_EQ(ReadDeviceEnvironment(ProcessEnvironment(), kDefaults).U3_DEVICE_SERIAL,
+            "from-the-process");
+}
+
+TEST(SplitCommandLineTest, BlanksEndTokensAndQuotesStay) {
+  const std::pair<const char*, Tokens> cases[] = {
+      {"", {""}}, {"-q  -silent", {"-q", "", "-silent"}}, {" -q ", {"", "-q", ""}},
+      {"-lsw=\"/a b/x.lsw\" -resume", {"-lsw=\"/a b/x.lsw\"", "-resume"}},
+      {"\"a b\"c d", {"\"a b\"c", "d"}},
+      {"x \"y z", {"x", "\"y z"}},  // an unclosed quote runs to the end
+      {"a\tb", {"a\tb"}},           // only blanks separate
+  };
+  for (const auto& [line, tokens] : cases) EXPECT_EQ(SplitCommandLine(line), tokens) << line;
+}
+
+TEST(StartHiddenTest, RunsWithoutAShellArgumentsAsTheyAreStreamsOnDevNull) {
+  TempDir tmp;
+  const std::string out = tmp / "seen.txt";
+  // The shell here is the program started and $$ its own pid, so these are the streams it was
+  // given; the output is redirected only for printf, after they have been read.
+  const auto started = StartHidden(
+      {"sh", "-c",
+       "x=$(readlink /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2); o=$1; shift; "
+       "printf '%s\\n' \"$x\" > \"$o\"; printf '%s|' \"$@\" >> \"$o\"; exit 3",
+       "sh", out, "a b", "\"q\"", "$HOME", "*", ""});
+  ASSERT_TRUE(started.started) << started.error;
+  EXPECT_EQ(WaitChild(started.pid), 3);
+  EXPECT_EQ(ReadBytes(out), "/dev/null\n/dev/null\n/dev/null\na b|\"q\"|$HOME|*||");
+
+  const auto missing = StartHidden({"ravelin-no-such-program-anywhere"});
+  EXPECT_FALSE(missing.started);
+  EXPECT_EQ(missing.error, ENOENT);
+  EXPECT_FALSE(ProbeProgram({"ravelin-no-such-program-anywhere", "/?"}));
+  EXPECT_TRUE(ProbeProgram({"true"}));
+  // A shell command runs through /bin/sh.
+  const auto shell = StartShellHidden("cd '" + tmp.path() + "' && echo done > 'it''s.txt'; exit 7");
+  ASSERT_TRUE(shell.started);
+  EXPECT_EQ(WaitChild(shell.pid), 7);
+  EXPECT_EQ(ReadBytes(tmp / "its.txt"), "done\n");
+}
+
+}  // namespace
+}  // namespace qr
