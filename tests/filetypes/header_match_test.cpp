@@ -1,10 +1,14 @@
-// The definition file's loader, the marks and the lookups the file type picker shows. Nothing
-// in the program checks files against the table yet, so CheckFile has no test here.
+// The definition file's loader, the marks and the lookups the file type picker shows, and the
+// check of a file against the marked types.
 #include "filetypes/header_match.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
 
 #include "support/run_fixture.h"
+#include "support/temp_dir.h"
 
 namespace qr {
 namespace {
@@ -84,11 +88,47 @@ TEST_F(HeaderMatchTest, MarksByCategoryTypeAndTypeString) {
   EXPECT_EQ(dialogs.Texts(), (Names{"2 types marked", "2 types marked"})) << "not for a type";
   types.MarkFileType("PDF", false);
   // Not a term, no type of that name, a bracket alone: nothing is marked.
-  for (const char* nothing : {"Img", "[~Img]", "["}) types.MarkFromTypeString(nothing);
+  for (const char* nothing : {"Img", "(Img)", "[~Img]", "["}) types.MarkFromTypeString(nothing);
   EXPECT_EQ(TypeNames(true), Names{});
   types.MarkFromTypeString("[~gif]");
   types.MarkFromTypeString("[DOC]");
   EXPECT_EQ(TypeNames(true), (Names{"GIF", "PDF"}));
+}
+
+size_t OpenDescriptors() {
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                                           std::filesystem::directory_iterator()));
+}
+
+// A file fits a marked type by its extension or by the type's header at its offset; reading
+// the head leaves the file's times as they were and nothing open.
+TEST_F(HeaderMatchTest, CheckFileFindsMarkedTypesByNameOrHeaderAndLeavesTheFileAsItWas) {
+  ASSERT_TRUE(Load("Arc\tTAR\ttar\tustar\t257\nArc\tZIP\tzip;jar\t^PK\\x03\\x04\t0\n"
+                   "Raw\tZERO\tzz\t\\x00\t0\n"));
+  const std::string jar = dir.WriteFile("bundle.jar", "PK\x03\x04\x14"s);
+  EXPECT_FALSE(types.CheckFile(jar)) << "nothing marked";
+  EXPECT_EQ(types.ExtensionActual(), "jar");
+  types.MarkFromTypeString("[Arc]");
+  types.MarkFromTypeString("[Raw]");
+  const size_t open = OpenDescriptors();
+  test::SetTimes(jar, {1000000000, 0}, {1100000000, 0});
+  EXPECT_TRUE(types.CheckFile(jar));
+  EXPECT_TRUE(types.ExtensionMatch() && types.HeaderMatch());
+  EXPECT_EQ(types.ExtensionExpected(), "zip;jar");
+  struct stat st {};
+  ASSERT_EQ(stat(jar.c_str(), &st), 0);
+  EXPECT_EQ(st.st_atim.tv_sec, 1000000000);
+  EXPECT_EQ(OpenDescriptors(), open);
+  // A header at an offset: found there, and not in a file that ends before it (nor in bytes a
+  // short file doesn't have).
+  std::string tar(300, 'x');
+  tar.replace(257, 5, "ustar");
+  EXPECT_TRUE(types.CheckFile(dir.WriteFile("backup", tar)));
+  EXPECT_FALSE(types.ExtensionMatch());
+  EXPECT_EQ(types.ExtensionExpected(), "tar");
+  EXPECT_FALSE(types.CheckFile(dir.WriteFile("short", std::string(200, 'u'))));
+  EXPECT_FALSE(types.CheckFile(dir / "gone.bin"));
+  EXPECT_TRUE(dialogs.shown.empty());
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,6 +54,69 @@ TEST(MachineTest, NamesIdProgramFolderAndWhereUserNobodyMayWrite) {
   });
   EXPECT_EQ(outcome.output, "nobody 01");
   EXPECT_TRUE(fs::is_empty(open)) << "the probe leaves nothing";
+}
+
+TEST(MountPointTest, NearestMountOnAComponentBoundaryWithEscapedNamesAndReadOnlyMounts) {
+  TempDir tmp;
+  const std::string odd = tmp.MakeDir("mnt a\tb\\c");
+  const std::string readOnly = tmp.MakeDir("ro");
+  const auto outcome = test::RunInChild([&](std::string& out) {
+    if (!test::EnterPrivateMountNamespace() ||
+        mount("tmpfs", odd.c_str(), "tmpfs", 0, "size=1m") != 0 ||
+        mount("tmpfs", readOnly.c_str(), "tmpfs", MS_RDONLY, "size=1m") != 0 ||
+        mkdir((odd + "/sub").c_str(), 0755) != 0) {
+      return test::kChildCannotSetUp;
+    }
+    // odd + "x" begins with the mount point's text but is not below it.
+    out = MountPointOf(odd + "/sub") + "\n" + ProgramDrive(odd + "/sub/") + "\n" +
+          MountPointOf(odd + "x") + "\n" + std::to_string(IsWritableFolder(readOnly)) +
+          std::to_string(IsWritableFolder(odd));
+    // A name that doesn't exist yet is taken from the folder the program stands in.
+    if (chdir((odd + "/sub").c_str()) != 0) return test::kChildCannotSetUp;
+    out += "\n" + MountPointOf("not-there");
+    return 0;
+  });
+  if (outcome.exitCode == test::kChildCannotSetUp) GTEST_SKIP() << "no permission to mount";
+  ASSERT_EQ(outcome.exitCode, 0);
+  const std::string outer = MountPointOf(tmp.path());
+  EXPECT_EQ(outcome.output, odd + "\n" + odd + "\n" + outer + "\n01\n" + odd);
+  EXPECT_EQ(ProgramDrive("/"), "") << "the root is no drive";
+}
+
+TEST(XdgFolderTest, ConfigHomeAndARuntimeFolderMadePrivateAndNeverSomeoneElses) {
+  // A private /tmp, so the test leaves no folder in the real one; the variables are the child's.
+  const auto outcome = test::RunInChild([](std::string& out) {
+    if (!test::EnterPrivateMountNamespace() ||
+        mount("tmpfs", "/tmp", "tmpfs", 0, "size=1m,mode=1777") != 0) {
+      return test::kChildCannotSetUp;
+    }
+    setenv("HOME", "/tmp/home", 1);
+    unsetenv("XDG_CONFIG_HOME");
+    out += ConfigHome() + " ";
+    setenv("XDG_CONFIG_HOME", "relative/cfg", 1);
+    out += ConfigHome() + " ";
+    setenv("XDG_CONFIG_HOME", "/tmp/cfg/deep", 1);
+    out += ConfigHome();
+    out += access("/tmp/cfg/deep", F_OK) == 0 ? " made\n" : " missing\n";
+
+    unsetenv("XDG_RUNTIME_DIR");
+    const std::string mine = RuntimeDir();
+    struct stat st {};
+    if (lstat(mine.c_str(), &st) != 0) return 2;
+    out += mine + " " + std::to_string(st.st_mode & 07777) + " " + std::to_string(st.st_uid) + "\n";
+    // Someone else's folder in our place is passed by.
+    if (rmdir(mine.c_str()) != 0 || mkdir(mine.c_str(), 0777) != 0 ||
+        chown(mine.c_str(), 65534, 65534) != 0) {
+      return test::kChildCannotSetUp;
+    }
+    out += RuntimeDir();
+    return 0;
+  });
+  if (outcome.exitCode == test::kChildCannotSetUp) GTEST_SKIP() << "no permission to mount /tmp";
+  const std::string uid = std::to_string(geteuid());
+  EXPECT_EQ(outcome.output, "/tmp/home/.config /tmp/home/.config /tmp/cfg/deep made\n"
+                            "/tmp/quillon-ravelin-" + uid + " " + std::to_string(0700) + " " +
+                                uid + "\n/tmp/cfg/deep/quillon-ravelin/run");
 }
 
 const DeviceDefaults kDefaults{"/opt/ravelin/", "/media/stick", "machine-42"};

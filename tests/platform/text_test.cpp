@@ -86,7 +86,7 @@ TEST(LikeMatchTest, WildcardsListsAndCodePointsCoverTheWholeTextWithoutRunaways)
       {"", "", true},          {"", "*", true},         {"", "?", false},
       {"abc", "ab", false},    {"abc", "bc", false},    {"ac", "a?c", false},
       {"abc", "*b", false},    {"abc", "a**c", true},   {"abcbc", "*bc", true},
-      {"mississippi", "m*iss*ppi", true},               {"file12.txt", "file##.txt", true},
+      {"mississippi", "m*iss*ppi", true},               {"file09.txt", "file##.txt", true},
       {"file1x.txt", "file##.txt", false},              {"ABC", "abc", false},
       // Lists and literal brackets.
       {"b", "[abc]", true},    {"d", "[abc]", false},   {"d", "[!abc]", true},

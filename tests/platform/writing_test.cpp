@@ -63,6 +63,29 @@ TEST_F(ConfinedIoTest, AFifoIsReplacedAndCreateNewAndRemovalSeeTheLinkItself) {
   EXPECT_EQ(ReadBytes(victim), "keep");
 }
 
+TEST_F(ConfinedIoTest, AFolderReachedBeforeIsReachedAfreshOnceReplaced) {
+  const std::string sub = root + "/sub";
+  ASSERT_EQ(MakeFolder(sub, 0755), 0);
+  ASSERT_EQ(Write(sub + "/a", O_CREAT), 0);
+  // Someone else removes it and makes it again: the next file lands in the new folder.
+  fs::remove_all(sub);
+  fs::create_directory(sub);
+  EXPECT_EQ(Write(sub + "/b", O_CREAT), 0);
+  EXPECT_EQ(test::ReadBytes(sub + "/b"), "new");
+  // Made again by the run itself, the new folder is looked into, not the old one.
+  fs::remove_all(sub);
+  EXPECT_FALSE(FolderExistsNoFollow(sub));
+  ASSERT_EQ(MakeFolder(sub, 0755), 0);
+  EXPECT_EQ(Write(sub + "/c", O_CREAT), 0);
+  struct stat st {};
+  EXPECT_EQ(StatNoFollow(sub + "/c", st), 0);
+  // Replaced by a link to a folder outside: nothing is written there.
+  fs::remove_all(sub);
+  Link(outside, sub);
+  EXPECT_NE(Write(sub + "/d", O_CREAT), 0);
+  EXPECT_FALSE(fs::exists(outside + "/d"));
+}
+
 TEST_F(ConfinedIoTest, OutsideEveryRootPathsAreTakenAsNamed) {
   SetConfinedRoots({root, root + "/deeper"});
   EXPECT_TRUE(IsConfined(root + "/x"));
