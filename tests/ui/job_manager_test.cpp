@@ -49,8 +49,8 @@ TEST_F(JobManagerTest, SaveNeedsANameAndAsksForAFileUnlessAJobWasLoaded) {
   ASSERT_TRUE(OpenJobFile(ctx, f, dir / "b.LSW"));
   EXPECT_TRUE(f.listSourcesSelected.empty()) << "a loaded job starts with no source selected";
 
-  // A job record loads into a clear form, and is never saved in place.
-  f = JobManagerForm{};
+  // A job record loads into a clear form, and is saved neither in place nor over the job
+  // loaded before it.
   f.job.LogPath = "/old";
   f.job.ExtAction = kExtensionDoNotCopy;
   f.job.LSWSearchAccessed = true;

@@ -119,11 +119,11 @@ bool OpenJobFile(RunContext& ctx, JobManagerForm& f, const std::string& path) {
   }
   f = std::move(loaded);
   ctx.settings = std::move(options);
-  // A job record is never written back in place: Save asks for a name after a .rvj.
-  if (LowerCase(path.size() >= 3 ? path.substr(path.size() - 3) : path) == "lsw") {
-    f.JobLoaded = true;
-    f.JobFilePath = path;
-  }
+  // A job record is never written back in place, nor over a job loaded before it: Save asks
+  // for a name after a .rvj.
+  const bool prepared = LowerCase(path.size() >= 3 ? path.substr(path.size() - 3) : path) == "lsw";
+  f.JobLoaded = prepared;
+  f.JobFilePath = prepared ? path : std::string();
   return true;
 }
 
