@@ -1,3 +1,4 @@
+// AddSource's rules for the source list.
 #include "jobdef/source_list.h"
 
 #include <gtest/gtest.h>
@@ -29,24 +30,26 @@ TEST_F(AddSourceTest, BlankMissingAndContainedEntriesAreNotAdded) {
   std::string abc = dir.MakeDir("abc");
   Add(abc);
   Add(dir.WriteFile("abcdef.txt", "x"));  // "<dir>/abc" occurs in "<dir>/abcdef.txt"
+  Add("[userfolder]");                    // keywords are case-sensitive
   EXPECT_EQ(List(), (Sources{"[File List] /nowhere/list.txt", a, abc}));
   auto Refused = [](const std::string& what) {
     return "A directory containing the " + what + " you have chosen has already been added to "
            "the source list. This " + what + " will not be added.";
   };
-  EXPECT_EQ(dialogs.Texts(),
-            (Sources{dir / "missing" +
-                         "\r\n\r\nThe path you have specified cannot be found on this machine.",
-                     Refused("directory"), Refused("file"), Refused("file")}));
+  auto Missing = [](const std::string& path) {
+    return path + "\r\n\r\nThe path you have specified cannot be found on this machine.";
+  };
+  EXPECT_EQ(dialogs.Texts(), (Sources{Missing(dir / "missing"), Refused("directory"),
+                                      Refused("file"), Refused("file"), Missing("[userfolder]")}));
   EXPECT_EQ(dialogs.shown[0].icon, Icon::Exclamation);
   EXPECT_EQ(dialogs.shown[1].icon, Icon::Information);
 
   ctx.program.flags.silent = true;
   Add(dir / "missing");
-  EXPECT_EQ(dialogs.shown.size(), 4u) << "silent: no box";
+  EXPECT_EQ(dialogs.shown.size(), 5u) << "silent: no box";
 }
 
-TEST_F(AddSourceTest, AFolderAboveListedEntriesReplacesThemOnOk) {
+TEST_F(AddSourceTest, AFolderAboveListedEntriesReplacesThemOnOkAndTextsAreTakenAsTheyStand) {
   std::string other = dir.MakeDir("other");
   Add(ab);
   Add(other);
@@ -60,29 +63,20 @@ TEST_F(AddSourceTest, AFolderAboveListedEntriesReplacesThemOnOk) {
             "One or more directories in the source list are contained in the directory you have "
             "chosen. Would you like to replace these with the one you have chosen?");
   EXPECT_EQ(dialogs.shown[0].buttons, Buttons::OkCancel);
-
   ctx.settings.Sources = {ab};
   Add(a);
   EXPECT_EQ(List(), Sources{ab}) << "Cancel changes nothing";
-}
-
-TEST_F(AddSourceTest, TheTextsAreTakenAsTheyStand) {
-  // The same folder twice is listed twice: neither test fires on equal texts.
-  Add(a);
-  Add(a);
-  EXPECT_EQ(List(), (Sources{a, a}));
 
   // A trailing separator is cut, on the caller's variable too; with it the search text holds a
   // doubled separator and finds nothing contained.
-  ctx.settings.Sources = {ab};
   std::string withSep = a + "/";
   AddSource(ctx, withSep);
   EXPECT_EQ(withSep, a);
   EXPECT_EQ(List(), (Sources{ab, a}));
-
-  ctx.settings.Sources.clear();
+  // The same folder twice is listed twice, and a root stays a root.
+  ctx.settings.Sources = {"/"};
   Add("/");
-  EXPECT_EQ(List(), Sources{"/"}) << "a root stays a root";
+  EXPECT_EQ(List(), (Sources{"/", "/"}));
 }
 
 }  // namespace
