@@ -65,8 +65,7 @@ std::string FailureLine(const Ran& r) {
   return at == std::string::npos ? "" : r.err.substr(at, r.err.find('\n', at) - at);
 }
 
-// The built program in `cwd` with standard error on the terminal `tty` and standard output in
-// a file. `watch` sees the terminal's text as it grows, with the child's id, until it exits.
+// The built program with standard error on `tty`; `watch` sees the text grow until it exits.
 Ran BinaryOnTerminal(const std::vector<std::string>& args, const std::string& cwd,
                      test::PseudoTerminal& tty,
                      const std::function<void(const std::string&, pid_t)>& watch = {}) {
@@ -136,8 +135,7 @@ TEST(RunnerRuns, AGoodRunExits0WithItsReportAndAJobRecordOfAbsolutePaths) {
   ASSERT_EQ(r.status, kExitDone) << r.err << r.out;
   EXPECT_FALSE(Has(r.err, "failures were recorded")) << r.err;
   EXPECT_TRUE(Has(ReadBytes(t / "src/my_errors_logs/_symlinkss.log"), t / "src/link"));
-  // The report on standard output, CR LF made plain, then the outcome; the box on standard error,
-  // no terminal: no line drawn.
+  // The report, CR LF made plain, then the outcome; the box on standard error, with no line.
   EXPECT_TRUE(r.out.starts_with("The process has completed successfully.\n\nFiles copied: 3 of "
                                 "3\nBytes copied: 3006 of 3006\nErrors: 0\n\nTime Elapsed: "
                                 "00:00:00:")) << r.out;

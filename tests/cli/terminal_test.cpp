@@ -1,5 +1,4 @@
-// The runner's parts that need no whole run: arguments, message boxes, the progress line's text.
-// Its drawing at a terminal and the Ctrl-C pump are the cancelled whole run's (run_test).
+// Arguments, message boxes, the progress line's text; its drawing is the cancelled run's.
 #include <gtest/gtest.h>
 
 #include <sstream>

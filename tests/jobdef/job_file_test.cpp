@@ -1,5 +1,4 @@
-// Job files: the record a run writes and reads back on resume, the reader's rules for files
-// written by hand, and the job manager's prepared jobs.
+// Job files: a run's record, read back on resume; files written by hand; prepared jobs.
 #include "jobdef/job_file.h"
 
 #include <gtest/gtest.h>
@@ -80,8 +79,7 @@ TEST_F(JobFileTest, AJobRecordRoundTrip) {
   AddJobFileEntry(ctx, "[NUMFILES]\t3");
   EXPECT_TRUE(dialogs.shown.empty());
 
-  // A fresh program reads it all back and writes the same record; the last position stands, and
-  // numbers are trimmed and rounded, halves to even.
+  // Read back and written again: the same record; numbers trimmed and rounded, halves to even.
   RunContext back{dialogs, pump};
   back.program = ctx.program;
   ReadRVFile(back, dir / "_jobfile.rvj");
@@ -210,8 +208,7 @@ TEST_F(JobFileTest, APreparedJobRoundTrip) {
 
   const std::string saved = test::ReadBytes(path);
 
-  // Loaded into a fresh form and saved again: the same file. Only the first line of the
-  // instructions comes back; sources keep their variables.
+  // Loaded into a fresh form and saved again: the same file, but one line of instructions.
   PreparedJob back;
   JobSettings opts;
   LoadFromFile(path, back, opts);

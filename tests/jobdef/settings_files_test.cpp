@@ -1,5 +1,4 @@
-// The settings files: the INI routines every one of them goes through, and what the close and
-// "Save Current Options as Default" write for the next start to read.
+// The INI routines, and the settings files that the close and "Save as Default" write.
 #include "jobdef/settings_files.h"
 
 #include <sys/stat.h>
@@ -53,8 +52,7 @@ TEST(IniFile, AWriteLeavesExactlyTheseBytes) {
     EXPECT_EQ(INIread(file, c.section, c.key), "v");
   }
 
-  // Reading finds the whole key in its own section, changes nothing but the read-only bit, and
-  // creates a missing file empty (in a missing folder it fails).
+  // Reading finds whole keys in their section, changes only the read-only bit, creates the file.
   const std::string text = "[a]\r\nkeyx=1\r\nCmd=A=B c\r\n[B]\r\npath=/data/[x]\r\nafter=3\r\n[s]";
   dir.WriteFile("settings.ini", text);
   ASSERT_EQ(chmod(file.c_str(), 0444), 0);

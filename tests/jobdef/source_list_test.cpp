@@ -1,8 +1,9 @@
-// AddSource's rules for the source list.
+// AddSource's rules for the source list, and its documents folder keyword.
 #include "jobdef/source_list.h"
 
 #include <gtest/gtest.h>
 
+#include "support/child_process.h"
 #include "support/run_fixture.h"
 
 namespace qr {
@@ -67,8 +68,7 @@ TEST_F(AddSourceTest, AFolderAboveListedEntriesReplacesThemOnOkAndTextsAreTakenA
   Add(a);
   EXPECT_EQ(List(), Sources{ab}) << "Cancel changes nothing";
 
-  // A trailing separator is cut, on the caller's variable too; with it the search text holds a
-  // doubled separator and finds nothing contained.
+  // A trailing separator is cut, on the caller's variable too; the search before it finds nothing.
   std::string withSep = a + "/";
   AddSource(ctx, withSep);
   EXPECT_EQ(withSep, a);
@@ -77,6 +77,18 @@ TEST_F(AddSourceTest, AFolderAboveListedEntriesReplacesThemOnOkAndTextsAreTakenA
   ctx.settings.Sources = {"/"};
   Add("/");
   EXPECT_EQ(List(), (Sources{"/", "/"}));
+}
+
+// The user's documents folder below $HOME, the one named in the XDG file first.
+TEST_F(AddSourceTest, TheUserFolderIsTheDocumentsFolderPreferringTheXdgOne) {
+  test::EnvVar home{"HOME", dir.MakeDir("home/ann")};
+  test::EnvVar config{"XDG_CONFIG_HOME", std::nullopt};
+  const std::string docs = dir.MakeDir("home/ann/Documents");
+  const std::string papers = dir.MakeDir("home/ann/My Papers");
+  Add("  [UserFolder]");
+  dir.WriteFile("home/ann/.config/user-dirs.dirs", "XDG_DOCUMENTS_DIR=\"$HOME/My Papers\"\n");
+  Add("[UserFolder]");
+  EXPECT_EQ(List(), (Sources{docs, papers}));
 }
 
 }  // namespace
