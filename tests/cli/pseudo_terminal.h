@@ -1,6 +1,5 @@
 #pragma once
-// A real pseudo-terminal for the runner's tests: the side a program writes to, of a chosen
-// width, and the side the test reads back.
+// A real pseudo-terminal of a chosen width: the side a program writes to, the side a test reads.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -33,7 +32,6 @@ class PseudoTerminal {
   PseudoTerminal& operator=(const PseudoTerminal&) = delete;
 
   bool ok() const { return master_ >= 0 && slave_ >= 0; }
-  // The terminal a program writes to.
   int slave() const { return slave_; }
   void CloseSlave() {
     if (slave_ >= 0) close(slave_);

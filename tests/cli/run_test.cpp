@@ -1,11 +1,18 @@
-// Whole runs of the runner, in-process and as the built program, on real temporary folders.
+// Whole runs of the runner, in-process and as the built program, on real temporary folders. The
+// exit status is 0 only for a run with nothing recorded against it; otherwise one line on
+// standard error says where to look.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <functional>
 #include <sstream>
+#include <thread>
 
+#include "jobdb/db_connection.h"
+#include "platform/machine.h"
 #include "progress_line.h"
 #include "pseudo_terminal.h"
 #include "run_command.h"
@@ -19,6 +26,7 @@ using test::Has;
 using test::Ran;
 using test::ReadBytes;
 using test::TempDir;
+using Args = std::vector<std::string>;
 
 Ran InProcess(const std::vector<std::string>& args, const std::string& typed = "",
               bool terminal = false) {
@@ -31,8 +39,33 @@ Ran InProcess(const std::vector<std::string>& args, const std::string& typed = "
   return r;
 }
 
-// The built program in `cwd` with standard error on the terminal `tty` and standard output in
-// a file. `watch` sees the terminal's text as it grows, with the child's id, until it exits.
+// Runs a job record naming target out/, log folder logs/ and these sources, with extra tag lines.
+Ran RunRecord(const TempDir& t, const Args& sources, const std::string& extra = "") {
+  std::string r = "[TARGET]\t" + t / "out" + "\r\n[JPATH]\t" + t / "logs" + "\r\n";
+  for (const std::string& s : sources) r += "[SRC]\t" + s + "\r\n";
+  t.WriteFile("job.rvj", r + extra);
+  return test::RunRunner({"--yes", "job.rvj"}, t.path());
+}
+
+// A good first run of src/, then a change to its database; the test resumes it.
+void FirstRun(const TempDir& t, const std::vector<std::string>& statements) {
+  EXPECT_EQ(test::RunRunner({"--yes", "--target", "out", "--log", "logs", "src"}, t.path()).status,
+            kExitDone);
+  DbConnection db;
+  ASSERT_TRUE(db.Open(t / "logs/_job.sdb"));
+  for (const std::string& s : statements) db.Execute(s);
+}
+Ran Resume(const TempDir& t) {
+  return test::RunRunner({"--yes", "--resume", "logs/_jobfile.rvj"}, t.path());
+}
+
+// The line that says where failures were recorded; empty when there is none.
+std::string FailureLine(const Ran& r) {
+  const size_t at = r.err.find("ravelin-run: failures were recorded in: ");
+  return at == std::string::npos ? "" : r.err.substr(at, r.err.find('\n', at) - at);
+}
+
+// The built program with standard error on `tty`; `watch` sees the text grow until it exits.
 Ran BinaryOnTerminal(const std::vector<std::string>& args, const std::string& cwd,
                      test::PseudoTerminal& tty,
                      const std::function<void(const std::string&, pid_t)>& watch = {}) {
@@ -58,9 +91,8 @@ Ran BinaryOnTerminal(const std::vector<std::string>& args, const std::string& cw
   return r;
 }
 
-// Each check's own message and order are the run's (tests/exec); here, what the runner makes of a
-// refusal: exit 2 with the message, before anything is written.
-TEST(RunnerRefusals, AMissingSourceIsReportedAndWithNoneLeftTheRunIsRefused) {
+// Each check's own message is the run's (tests/exec); here, what the runner makes of a refusal.
+TEST(RunnerRefusals, ARefusedRunExits2WithItsMessageBeforeAnythingIsWritten) {
   TempDir t;
   Ran r = InProcess({"--yes", "--target", t / "out", "--log", t / "logs", t / "nowhere"});
   EXPECT_EQ(r.status, kExitRefused);
@@ -70,26 +102,17 @@ TEST(RunnerRefusals, AMissingSourceIsReportedAndWithNoneLeftTheRunIsRefused) {
   EXPECT_TRUE(Has(r.out, "Outcome: refused")) << r.out;
   EXPECT_FALSE(fs::exists(t / "out") || fs::exists(t / "logs"));
   EXPECT_EQ(InProcess({"--silent", "--target", t / "out"}).err, "");
-}
+  // A job file that is no job is a clear error, not a crash.
+  r = InProcess({"--yes", t.WriteFile("bad.rvj", "[LOG]\tyes\r\n")});
+  EXPECT_EQ(r.status, kExitRefused);
+  EXPECT_TRUE(Has(r.err, "the job file could not be read: 13 : Type mismatch")) << r.err;
 
-TEST(RunnerRefusals, WithoutATerminalEveryQuestionIsRefusedAndAtOneThePersonDecides) {
-  TempDir t;
+  // Without a terminal every question is refused; at one the person decides.
   t.WriteFile("src/a.txt", "a");
-  Ran r = test::RunRunner({"--target", "out", "--log", "logs", "src"}, t.path());
+  r = test::RunRunner({"--target", "out", "--log", "logs", "src"}, t.path());
   EXPECT_EQ(r.status, kExitRefused);
   EXPECT_TRUE(Has(r.err, "Please close all applications before continuing.\n> Cancel (no "
                          "terminal to ask; --yes accepts)")) << r.err;
-
-  // The warning looks only at whether the file is there; refused, the notice never comes.
-  t.WriteFile("out/_job.sdb", "");
-  r = test::RunRunner({"--target", "out", "src"}, t.path());
-  EXPECT_EQ(r.status, kExitRefused);
-  EXPECT_TRUE(Has(r.err, "WARNING! A database already exists in this directory.")) << r.err;
-  EXPECT_TRUE(Has(r.err, "\nDo you want to continue anyway?\n> No (no terminal to ask; --yes "
-                         "accepts)")) << r.err;
-  EXPECT_FALSE(Has(r.err, "Please close all applications")) << r.err;
-
-  fs::remove(t / "out/_job.sdb");
   EXPECT_EQ(InProcess({"--target", t / "out", t / "src"}, "n\n", true).status, kExitRefused);
   EXPECT_FALSE(fs::exists(t / "out/_jobfile.rvj"));
   EXPECT_EQ(InProcess({"--target", t / "out", t / "src"}, "y\n", true).status, kExitDone);
@@ -100,28 +123,33 @@ TEST(RunnerRuns, AGoodRunExits0WithItsReportAndAJobRecordOfAbsolutePaths) {
   t.WriteFile("src/a.txt", "alpha");
   t.WriteFile("src/sub/b, c's.bin", std::string(3000, 'x'));
   t.WriteFile("second/one.txt", "1");
-  Ran r = test::RunRunner({"--yes", "--target", "out", "--log", "./logs/", "src", "second"},
-                          t.path());
+  // The run's own folders inside a source are skipped and a link is logged: with a log folder
+  // named with "error", still nothing counts as a failure.
+  t.WriteFile("src/out/old.txt", "from an earlier run");
+  t.WriteFile("src/my_errors_logs/old.log", "from an earlier run");
+  t.MakeDir("elsewhere");
+  fs::create_directory_symlink(t / "elsewhere", t / "src/link");
+  Ran r = test::RunRunner(
+      {"--yes", "--target", "src/out", "--log", "./src/my_errors_logs/", "src", "second"},
+      t.path());
   ASSERT_EQ(r.status, kExitDone) << r.err << r.out;
-  // The report on standard output, CR LF made plain, then the outcome; the box still goes to
-  // standard error, which is no terminal: no line is drawn on it.
+  EXPECT_FALSE(Has(r.err, "failures were recorded")) << r.err;
+  EXPECT_TRUE(Has(ReadBytes(t / "src/my_errors_logs/_symlinkss.log"), t / "src/link"));
+  // The report, CR LF made plain, then the outcome; the box on standard error, with no line.
   EXPECT_TRUE(r.out.starts_with("The process has completed successfully.\n\nFiles copied: 3 of "
                                 "3\nBytes copied: 3006 of 3006\nErrors: 0\n\nTime Elapsed: "
                                 "00:00:00:")) << r.out;
   EXPECT_TRUE(r.out.ends_with("\n\nOutcome: completed\n")) << r.out;
   EXPECT_TRUE(Has(r.err, "\nThe process has completed successfully.\n")) << r.err;
   EXPECT_FALSE(Has(r.err, "\r") || Has(r.err, "\x1b")) << r.err;
-  EXPECT_TRUE(Has(ReadBytes(t / "logs/_jobfile.rvj"),
-                  "[TARGET]\t" + t / "out" + "\r\n[JPATH]\t" + t / "logs" + "\r\n[SRC]\t" +
-                      t / "src" + "\r\n[SRC]\t" + t / "second" + "\r\n"));
+  EXPECT_TRUE(Has(ReadBytes(t / "src/my_errors_logs/_jobfile.rvj"),
+                  "[TARGET]\t" + t / "src/out" + "\r\n[JPATH]\t" + t / "src/my_errors_logs" +
+                      "\r\n[SRC]\t" + t / "src" + "\r\n[SRC]\t" + t / "second" + "\r\n"));
 
-  // With --silent there is no box; without --log the job's outputs go to the target.
+  // Without --log the job's outputs go to the target.
   TempDir u;
   u.WriteFile("src/a.txt", "alpha");
-  r = InProcess({"--silent", "--target", u / "out", u / "src"});
-  ASSERT_EQ(r.status, kExitDone) << r.err;
-  EXPECT_TRUE(r.out.starts_with("The process has completed successfully.")) << r.out;
-  EXPECT_FALSE(Has(r.err, "The process has")) << r.err;
+  ASSERT_EQ(InProcess({"--yes", "--target", u / "out", u / "src"}).status, kExitDone);
   EXPECT_TRUE(Has(ReadBytes(u / "out/_jobfile.rvj"), "[JPATH]\t" + u / "out" + "\r\n"));
 }
 
@@ -156,7 +184,6 @@ TEST(RunnerCancel, CtrlCDuringCopyingFinishesTheFileInHandAndStopsTheQueue) {
   ASSERT_NE(box, std::string::npos) << r.err;
   EXPECT_EQ(r.err.substr(box - 4, 4), "\r\x1b[K") << r.err;
   EXPECT_EQ(r.err.find("\x1b[K", box), std::string::npos) << "nothing drawn after it";
-  EXPECT_FALSE(Has(r.out, "\x1b")) << r.out;
   // Every file copied is whole: the one in hand was finished, not cut off.
   for (const auto& e : fs::recursive_directory_iterator(t / "out")) {
     if (e.is_regular_file() && e.path().filename().string().starts_with("f")) {
@@ -165,12 +192,130 @@ TEST(RunnerCancel, CtrlCDuringCopyingFinishesTheFileInHandAndStopsTheQueue) {
   }
 }
 
-// A prepared job's run is the --jobs test's; a job file that is no job is a clear error.
-TEST(RunnerJobFiles, ABadJobFileIsAClearErrorNotACrash) {
+// --jobs on the built program, copied beside a job folder as on a portable drive.
+TEST(RunnerJobs, ListsTheJobsDueHereAndRunsOneByNameUntilItIsDone) {
   TempDir t;
-  Ran r = InProcess({"--yes", t.WriteFile("bad.rvj", "[LOG]\tyes\r\n")});
-  EXPECT_EQ(r.status, kExitRefused);
-  EXPECT_TRUE(Has(r.err, "the job file could not be read: 13 : Type mismatch")) << r.err;
+  const std::string program = t / "drive/ravelin-run";
+  t.WriteFile("src/a.txt", "alpha");
+  for (std::string name : {"Mail", "Locked"}) {
+    t.WriteFile("drive/_lsw/" + name + ".lsw",
+                "[JNAME]\t" + name + "\r\n[JINSTRUCT]\tPlug in, then wait.\r\n[TARGET]\t" +
+                    t / "out" + "\r\n[JPATH]\t" + t / "logs" + "\r\n[SRC]\t" + t / "src" +
+                    (name == "Locked" ? "\r\n[CNAME]\t" + ComputerName() + "x" : "") + "\r\n");
+  }
+  std::filesystem::copy_file(RAVELIN_RUN_BINARY, program);
+  auto run = [&](const std::vector<std::string>& args) {
+    return test::RunRunner(args, t.path(), false, program);
+  };
+  test::Ran r = run({"--jobs"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_TRUE(Has(r.out, "\nMail\n    Plug in, then wait.\n")) << r.out;
+  EXPECT_FALSE(Has(r.out, "Locked")) << r.out;
+
+  r = run({"--jobs", "Locked"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_TRUE(Has(r.err, "no prepared job named 'Locked' is due on this computer")) << r.err;
+
+  r = run({"--yes", "--jobs=mail"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(ReadBytes(t / "out/src/a.txt"), "alpha");
+  EXPECT_EQ(ReadBytes(t / "logs/Mail.lsd"), ReadBytes(t / "drive/_lsw/Mail.lsw"));
+  EXPECT_TRUE(Has(run({"--jobs"}).out, "No prepared job is due")) << "a done job is not due";
+  EXPECT_EQ(run({"--jobs", "--target", "x"}).status, 64);
+}
+
+TEST(RunnerRecord, UnfinishedRowsAndACollisionBoxAreFailures) {
+  TempDir t;
+  t.WriteFile("src/a.txt", "alpha");
+  t.WriteFile("src/b.txt", "beta");
+  Ran r = RunRecord(t, {t / "src"}, "[COPYFILES]\t0\r\n");
+  EXPECT_EQ(r.status, kExitDoneWithErrors);
+  EXPECT_TRUE(Has(FailureLine(r), t / "logs/_job.sdb (files not finished: 2)")) << r.err;
+
+  // A list entry in the target's own folder, mapped flat onto itself.
+  TempDir u;
+  u.WriteFile("out/x.txt", "x");
+  u.WriteFile("list.txt", u / "out/x.txt" + "\n");
+  r = RunRecord(u, {"[File List] " + u / "list.txt"}, "[CREATESUBS]\t0\r\n[OVERWRITE]\t1\r\n");
+  EXPECT_EQ(r.status, kExitDoneWithErrors);
+  EXPECT_TRUE(Has(r.err, "Directory collision detected. Copy aborted.")) << r.err;
+  EXPECT_TRUE(Has(FailureLine(r), "the messages above")) << r.err;
+}
+
+TEST(RunnerRecord, FileListsAndSpecialFilesEndInTheirLogs) {
+  TempDir t;
+  // A list in UTF-8 with its mark whose first line holds a NUL: that entry alone is recorded.
+  std::string list = "\xEF\xBB\xBF" + t / std::string("src/\0f0", 7) + "\n";
+  for (int i = 1; i < 10; ++i) list += t.WriteFile("src/f" + std::to_string(i), "b") + "\n";
+  // A special file named directly or listed is an error of its own, as in a walk.
+  ASSERT_EQ(mkfifo((t / "named").c_str(), 0600), 0);
+  ASSERT_EQ(mkfifo((t / "listed").c_str(), 0600), 0);
+  t.WriteFile("a.txt", list + t / "listed" + "\n/dev/null\n");
+  Ran r = RunRecord(t, {"[File List]   " + t / "a.txt", t / "named", "/dev/zero"});
+  EXPECT_EQ(r.status, kExitDoneWithErrors);
+  EXPECT_TRUE(Has(r.out, "Files copied: 9 of 9")) << r.out;
+  const std::string line = FailureLine(r);
+  EXPECT_TRUE(Has(line, t / "logs/_flist_errs.log") && Has(line, t / "logs/_errors.log")) << line;
+  EXPECT_EQ(ReadBytes(t / "logs/_flist_errs.log"), "Could not find " + t / "src/\r\n");
+  const std::string errors = test::Utf16FileText(t / "logs/_errors.log");
+  for (const std::string& path : Args{t / "named", "/dev/zero", t / "listed", "/dev/null"}) {
+    EXPECT_TRUE(Has(errors, path + "\t(Cannot access file: Not a regular file)")) << errors;
+  }
+}
+
+// A database damaged beyond its first pages: reported, and left as it was.
+TEST(RunnerRecord, AResumeOfADamagedDatabaseReportsItAndLeavesItAsItWas) {
+  TempDir u;
+  for (int i = 0; i < 300; ++i) u.WriteFile("src/f" + std::to_string(i), "some bytes");
+  FirstRun(u, {"UPDATE tFiles set completed = '0' where file_key > 100"});
+  fs::resize_file(u / "logs/_job.sdb", 16384);
+  const std::string damaged = ReadBytes(u / "logs/_job.sdb");
+  Ran r = Resume(u);
+  EXPECT_EQ(r.status, kExitDoneWithErrors);
+  EXPECT_TRUE(Has(r.err, "DB Validation Error: ")) << r.err;
+  EXPECT_TRUE(Has(FailureLine(r), "the messages above")) << r.err;
+  EXPECT_TRUE(Has(FailureLine(r), u / "logs/_job.sdb (which could not be read)")) << r.err;
+  EXPECT_EQ(ReadBytes(u / "logs/_job.sdb"), damaged);
+}
+
+// An end command added to the record by hand runs only with --allow-end-command, announced.
+TEST(RunnerRecord, AnInterruptedWalkIsFinishedOnResumeAndAnAddedEndCommandRunsOnlyWhenAskedFor) {
+  TempDir t;
+  auto rel = [](int i) { return "src/d" + std::to_string(i % 3) + "/f" + std::to_string(i); };
+  for (int i = 0; i < 30; ++i) t.WriteFile(rel(i), std::to_string(i));
+  // As a kill in the middle of the walk leaves it: later rows and copies missing, walk not ended.
+  FirstRun(t, {});
+  {
+    DbConnection db;
+    ASSERT_TRUE(db.Open(t / "logs/_job.sdb"));
+    ResultSet lost = db.Query("Select dest_path from tFiles where file_key > 10");
+    for (lost.MoveFirst(); !lost.Eof(); lost.MoveNext()) fs::remove(lost.Field("dest_path").Text());
+    db.Execute("DELETE from tFiles where file_key > 10");
+    db.Execute("PRAGMA user_version = 0");
+  }
+  const std::string command = "touch '" + t.path() + "/PLANTED'";
+  t.WriteFile("logs/_jobfile.rvj",
+              ReadBytes(t / "logs/_jobfile.rvj") + "[SHELLEX]\t" + command + "\r\n");
+  Ran r = Resume(t);
+  EXPECT_EQ(r.status, kExitDone) << r.err;
+  EXPECT_EQ(FailureLine(r), "");
+  EXPECT_TRUE(Has(r.out, "Files copied: 30 of 30")) << r.out;
+  EXPECT_TRUE(Has(r.err, "It will not be run:\n" + command)) << r.err;
+  EXPECT_FALSE(Has(r.err, "Starting the end command")) << r.err;
+  DbConnection db;
+  ASSERT_TRUE(db.Open(t / "logs/_job.sdb"));
+  EXPECT_EQ(db.Query("Select distinct source_path from tFiles").RowCount(), 30);
+  EXPECT_EQ(db.Query("Select file_key from tFiles").RowCount(), 30);
+  for (int i = 0; i < 30; ++i) EXPECT_EQ(ReadBytes(t / ("out/" + rel(i))), std::to_string(i));
+  EXPECT_FALSE(fs::exists(t / "logs/_existings.log")) << "no copied file counts as existing";
+
+  r = test::RunRunner({"--yes", "--resume", "--allow-end-command", "logs/_jobfile.rvj"}, t.path());
+  EXPECT_TRUE(Has(r.err, "ravelin-run: Starting the end command: " + command + "\n")) << r.err;
+  // The command is started and left to run: a moment for it to leave its mark.
+  for (int i = 0; i < 200 && !fs::exists(t / "PLANTED"); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_TRUE(fs::exists(t / "PLANTED"));
 }
 
 }  // namespace

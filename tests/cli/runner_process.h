@@ -13,8 +13,7 @@
 namespace qr::test {
 
 // Starts `program` with `args` in `cwd`, standard input on /dev/null, standard output and error
-// on the given descriptors (-1: /dev/null); `asNobody` drops to user nobody first.
-// The child's id, or -1.
+// on the given descriptors (-1: /dev/null), as user nobody if `asNobody`. The child's id, or -1.
 inline pid_t StartRunner(const std::vector<std::string>& args, const std::string& cwd, int out,
                          int err, bool asNobody = false,
                          std::string program = RAVELIN_RUN_BINARY) {

@@ -1,9 +1,9 @@
-// The runner's pieces that don't need a run: argument parsing, the terminal's message boxes and
-// the pump.
+// Arguments, message boxes, the progress line's text; its drawing is the cancelled run's.
 #include <gtest/gtest.h>
 
 #include <sstream>
 
+#include "progress_line.h"
 #include "run_command.h"
 #include "terminal_dialogs.h"
 
@@ -31,25 +31,17 @@ TEST(RunnerUsage, WrongUsageExits64WithTheReasonAndTouchesNothing) {
   }
 }
 
-TEST(RunnerUsage, HelpWinsAndOptionsAndSourcesAreReadInOrder) {
+// The whole runs read the other options.
+TEST(RunnerUsage, HelpWinsAndAfterTwoDashesEveryArgumentIsASource) {
   std::istringstream in;
   std::ostringstream out, err;
   // --help answers even when the rest of the line would be wrong for a run.
   EXPECT_EQ(RunCommand({"--target", "x", "--help"}, in, out, err, false), 0);
-  const std::string text = out.str();
-  EXPECT_TRUE(text.starts_with("Usage: ravelin-run [--yes] [--silent] [--target DIR] [--log DIR]"));
-  for (const char* status : {"\n  0 ", "\n  1 ", "\n  2 ", "\n  3 ", "\n  64 "}) {
-    EXPECT_NE(text.find(status), std::string::npos) << status;
-  }
-
+  EXPECT_TRUE(out.str().starts_with("Usage: ravelin-run ")) << out.str();
   std::string error;
-  auto cl = ParseCommandLine(
-      {"b", "--yes", "--target=T", "a", "--silent", "--log", "L", "--", "--yes", "-q"}, error);
+  auto cl = ParseCommandLine({"b", "--target=T", "a", "--", "--yes", "-q"}, error);
   ASSERT_TRUE(cl) << error;
-  EXPECT_TRUE(cl->yes && cl->silent);
   EXPECT_EQ(cl->target, "T");
-  EXPECT_EQ(cl->log, "L");
-  // After "--" an argument that looks like an option is a source.
   EXPECT_EQ(cl->sources, (std::vector<std::string>{"b", "a", "--yes", "-q"}));
 }
 
@@ -66,8 +58,7 @@ TEST(TerminalDialogs, EachBoxIsAnsweredFromYesTheTerminalOrRefused) {
       // No terminal: questions are refused, a notice is taken as read.
       {Buttons::YesNo, false, false, "y\n", Answer::No},
       {Buttons::Ok, false, false, "", Answer::Ok},
-      // A terminal: the person answers; anything unclear is asked again; the end of input at a
-      // question refuses it.
+      // A terminal: the person answers; anything unclear is asked again; end of input refuses.
       {Buttons::YesNo, false, true, "maybe\n\nNO\n", Answer::No},
       {Buttons::YesNo, false, true, "y\n", Answer::Yes},
       {Buttons::OkCancel, false, true, " Yes \n", Answer::Ok},
@@ -102,24 +93,52 @@ TEST(TerminalDialogs, ControlCharactersInNamesAreShownEscaped) {
   EXPECT_EQ(TerminalText("a\r\n\r\nb\rc\nd"), "a\n\nb\nc\nd");
 }
 
-TEST(CliEventPump, ACtrlCBecomesACancelRequestAtTheNextPump) {
-  volatile std::sig_atomic_t flag = 0;
-  std::istringstream in;
-  std::ostringstream err;
-  TerminalDialogs dialogs(in, err, true, false);
-  CliEventPump pump(flag);
-  RunContext ctx(dialogs, pump);
-  pump.Pump();  // not attached yet: nothing to set, and no crash
-  pump.Attach(ctx);
-  pump.Pump();
-  EXPECT_FALSE(ctx.counters.CancelRequested);
-  flag = 1;
-  pump.Pump();
-  EXPECT_TRUE(ctx.counters.CancelRequested);
-  // The run clears the request at its start; a Ctrl-C pressed before then still counts.
-  ctx.counters.CancelRequested = false;
-  pump.Pump();
-  EXPECT_TRUE(ctx.counters.CancelRequested);
+constexpr const char* kFixed =
+    "Files 3 of 10 | 12 of 41 MB | Elapsed 00:00:01:05 | Remaining 00:00:30";
+
+TEST(ProgressLineText, CountsTimesAndTheCurrentFileShortenedToTheRoomLeft) {
+  RunCounters c;
+  c.RunActive = true;
+  ProgressPane p;
+  p.lblElapsedTime = "Elapsed Time: 00:00:01:05";
+  c.CopyPhaseActive = true;
+  c.FilesProcessed = 3;
+  c.TotalFiles = 10;
+  c.BytesProcessed = 12 * 1024000 + 400000;  // 12.39 MB as the window counts them
+  c.TotalBytes = 40 * 1024000 + 600000;      // 40.59
+  // The window's start texts: no time yet, no estimate yet, no file yet.
+  EXPECT_EQ(FormatProgressLine(c, ProgressPane{}, 200),
+            "Files 3 of 10 | 12 of 41 MB | Elapsed --:--:--:-- | Remaining --:--:--");
+  p.lblTimeRemaining = "Estimated Time Remaining: 00:00:30";
+  // Blanks belong to a name: only the caption is taken off.
+  p.lblCurrentFile = "Current File:  two  blanks ";
+  EXPECT_EQ(FormatProgressLine(c, p, 200), std::string(kFixed) + " |  two  blanks ");
+  // 20 columns for the name, one column kept free at the end.
+  p.lblCurrentFile = "Current File: a_very_long_file_name_of_a_report_2026.pdf";
+  const int fixed = DisplayWidth(kFixed);
+  EXPECT_EQ(FormatProgressLine(c, p, fixed + 3 + 20 + 1),
+            std::string(kFixed) + " | a_very_l..._2026.pdf");
+  // Too little room for a name that says anything: no name; narrower still, the line is cut.
+  EXPECT_EQ(FormatProgressLine(c, p, fixed + 3 + 7 + 1), kFixed);
+  EXPECT_EQ(FormatProgressLine(c, p, 15), "Files 3 of 10 ");
+
+  // Whatever the width, the line never takes the last column nor splits a character.
+  p.lblCurrentFile = "Current File: \xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e_file\xe5\x90\x8d.txt";
+  for (int columns = 1; columns <= 140; ++columns) {
+    const std::string line = FormatProgressLine(c, p, columns);
+    EXPECT_LE(DisplayWidth(line), columns - 1) << columns;
+    EXPECT_EQ(PrintableText(line), line) << columns;
+  }
+
+  // Control characters in a name never reach the terminal, nor do an overlong slash, a
+  // surrogate or a character cut short; good UTF-8 passes.
+  p.lblCurrentFile = "Current File: evil\r\n\x1b]0;title\x07name";
+  EXPECT_EQ(FormatProgressLine(c, p, 200), std::string(kFixed) + " | evil???]0;title?name");
+  EXPECT_EQ(PrintableText("d\x7f\xc2\x9b"
+                          "e\xff"
+                          "f\xe2\x80\xae"
+                          "g|\xc0\xaf|\xed\xa0\x80|t\xe6\x97|ok \xc3\xa9\xf0\x9f\x93\x84"),
+            "d??e?f?g|??|???|t??|ok \xc3\xa9\xf0\x9f\x93\x84");
 }
 
 }  // namespace
