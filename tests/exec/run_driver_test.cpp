@@ -183,7 +183,8 @@ TEST_F(RunDriverTest, VariablesInTheEndCommandAreDataWhereverTheyStand) {
   ctx.settings.EndCommand = "cd '" + dir.path() + "' && printf '%s|\\n' [JobName] \"[JobName]\" "
                             "'[JobName]' a[JobName]b \"a'[JobName]'b\" \\[JobName] "
                             // Substitutions start a command of their own, inside quotes or not.
-                            "\"$(printf %s [JobName])\" \"$( (printf %s \"[JobName]\") )\" "
+                            "\"$(printf %s [JobName])\" \"$(true)[JobName]\" "
+                            "\"$( (printf %s \"[JobName]\") )\" "
                             "\"`printf %s [JobName]`\" `printf %s \"[JobName]\" | tr ' ' _` "
                             "> out.tmp && mv out.tmp out";
   Exec();
@@ -192,7 +193,7 @@ TEST_F(RunDriverTest, VariablesInTheEndCommandAreDataWhereverTheyStand) {
   }
   EXPECT_EQ(SplitLines(ReadBytes(out)),
             (Strings{name + "|", name + "|", name + "|", "a" + name + "b|", "a'" + name + "'b|",
-                     "[JobName]|", name + "|", name + "|", name + "|",
+                     "[JobName]|", name + "|", name + "|", name + "|", name + "|",
                      ReplaceAll(name, " ", "_") + "|"}));
   for (const char* planted : {"PWNED1", "PWNED2", "PWNED3"}) {
     EXPECT_FALSE(fs::exists(dir / planted)) << planted;

@@ -130,6 +130,8 @@ TEST_F(JobFileTest, OnlyExactTagsWithATabAreAppliedAndEachLoadStartsAfresh) {
   EXPECT_EQ(ctx.job.JobName, "first");
   EXPECT_NO_THROW(Read("[TOTALBYTES]\t-922337203685477.5808\r\n[JOBSIZE]\t922337203685477.5807"));
   EXPECT_THROW(Read("[NUMFILES]\t3000000000\r\n"), RunError);
+  // A check box value past 64 bits is too large, not a number that wrapped round to 1.
+  EXPECT_THROW(Read("[S-HASH]\t18446744073709551617\r\n"), RunError);
 }
 
 TEST_F(JobFileTest, AJobRecordsEndCommandRunsOnlyWhenThePersonAskedForIt) {
