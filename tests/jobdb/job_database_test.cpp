@@ -207,7 +207,7 @@ TEST(DbValueTest, ConvertsNumbersAndTextsAsTheColumnsNeed) {
   EXPECT_DOUBLE_EQ(DbValue(std::string("1e+15")).Number(), 1e15);
   EXPECT_EQ(DbValue(std::string("9223372036854775807")).Int64(), INT64_MAX) << "keys keep every digit";
   EXPECT_EQ(DbValue(8589934592.0).Int64(), 8589934592);
-  EXPECT_TRUE(DbValue(std::string("-3.5")).IsNumeric());
+  for (const char* text : {"-3.5", "1e5"}) EXPECT_TRUE(DbValue(std::string(text)).IsNumeric());
   for (const char* text : {"", "0x10", "inf"}) EXPECT_FALSE(DbValue(std::string(text)).IsNumeric());
   for (const auto& v : {DbValue(std::string("2147483648")), DbValue(int64_t{-2147483649}),
                         DbValue(3e9), DbValue(1e300)}) {

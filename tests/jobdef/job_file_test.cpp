@@ -71,7 +71,7 @@ TEST_F(JobFileTest, AJobRecordRoundTrip) {
   ASSERT_TRUE(WriteJobRecord(ctx));
   const std::string record = Record();
   // The run appends its counts and positions; a line it can't write is lost without a word.
-  for (const char* line : {"[NUMFILES]\t 12 ", "[FILESDONE]\t2.5", "[JOBSIZE]\t5000000000",
+  for (const char* line : {"[NUMFILES]\t 12 ", "[FILESDONE]\t-2.5", "[JOBSIZE]\t5000000000",
                            "[BYTESDONE]\t3.5", "[LASTSRC]\t/one", "[LASTSRC]\t/two"}) {
     AddJobFileEntry(ctx, line);
   }
@@ -86,7 +86,7 @@ TEST_F(JobFileTest, AJobRecordRoundTrip) {
   back.settings.CommonLogPath = "/common";  // the options' own: a record never sets it
   const RunCounters& n = back.counters;
   EXPECT_EQ((std::vector<int64_t>{n.TotalFiles, n.FilesProcessed, n.TotalBytes, n.BytesProcessed}),
-            (std::vector<int64_t>{12, 2, 5000000000, 4}));
+            (std::vector<int64_t>{12, -2, 5000000000, 4}));
   EXPECT_EQ(back.job.LastSrc, "/two");
   ASSERT_TRUE(WriteJobRecord(back));
   EXPECT_EQ(Record(), record);
