@@ -63,6 +63,13 @@ TEST_F(FormTest, EachWayOfAddingReachesTheSourceListWithItsOwnRulesButNotDuringA
   const std::vector<std::string> sources = {a, "[File List] " + (dir / "missing list.txt")};
   EXPECT_EQ(ctx.settings.Sources, sources);
   EXPECT_EQ(dialogs.shown.size(), 3u);  // the two manual adds, and the refused folder
+  // Rows chosen in any order go, each once; the first one's place is then selected.
+  ctx.settings.Sources = {"/w", "/x", "/y", "/z"};
+  f.lstSourcesSelected = {2, 0, 2};
+  cmdRemove_Click(ctx, f);
+  EXPECT_EQ(ctx.settings.Sources, (std::vector<std::string>{"/x", "/z"}));
+  EXPECT_EQ(f.lstSourcesSelected, std::vector<int>{0});
+  ctx.settings.Sources = sources;
 
   // During a run the window's controls are off; a drop on the form and the runs are refused here.
   f.inRun = true;
