@@ -1,5 +1,6 @@
 // The host: its names and folders, the device environment, and the programs it starts.
 #include "platform/device_env.h"
+#include "platform/drives.h"
 #include "platform/machine.h"
 #include "platform/process.h"
 
@@ -9,8 +10,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <tuple>
 
 #include "support/child_process.h"
 #include "support/temp_dir.h"
@@ -117,6 +120,48 @@ TEST(XdgFolderTest, ConfigHomeAndARuntimeFolderMadePrivateAndNeverSomeoneElses) 
   EXPECT_EQ(outcome.output, "/tmp/home/.config /tmp/home/.config /tmp/cfg/deep made\n"
                             "/tmp/quillon-ravelin-" + uid + " " + std::to_string(0700) + " " +
                                 uid + "\n/tmp/cfg/deep/quillon-ravelin/run");
+}
+
+// Each mount table line with the drive it gives (an empty mount point: no drive). Escaped blanks
+// and backslashes are decoded; pseudo file systems and system RAM folders are never drives.
+TEST(DrivesTest, TheMountTableGivesDrivesWithTheirKinds) {
+  const std::vector<std::tuple<std::string, std::string, DriveType>> lines = {
+      {"22 27 0:21 / /proc rw,relatime - proc proc rw", "", {}},
+      {"27 1 254:0 / / rw,relatime shared:1 - ext4 /dev/vda rw", "/", DriveType::Fixed},
+      {"30 27 8:17 / /media/usb\\040stick rw,nosuid shared:5 master:2 - vfat /dev/sdb1 rw",
+       "/media/usb stick", DriveType::Removable},
+      {"31 27 0:40 / /mnt/share rw - cifs //server/share rw", "/mnt/share", DriveType::Remote},
+      {"33 27 0:42 / /tmp rw - tmpfs tmpfs rw", "/tmp", DriveType::RamDisk},
+      {"34 27 0:43 / /run rw,nosuid - tmpfs tmpfs rw", "", {}},
+      {"37 27 11:0 / /media/cdrom ro - iso9660 /dev/sr0 ro", "/media/cdrom", DriveType::CdRom},
+      {"38 27 0:46 / /mnt/remote\\134box rw - fuse.sshfs host: rw", "/mnt/remote\\box",
+       DriveType::Remote},
+      {"40 27 7:0 / /snap/core/1 ro - squashfs /dev/loop0 ro", "", {}},
+      {"42 27 0:50 / /ram rw - ramfs ramfs rw", "/ram", DriveType::RamDisk},
+      {"43 27 0:51 / /merged rw - overlay overlay rw,lowerdir=/a", "/merged", DriveType::Fixed},
+      {"46 27 0:53 / /net rw - autofs systemd-1 rw", "", {}},
+      {"broken line", "", {}}};
+  std::string table;
+  std::vector<std::pair<std::string, DriveType>> expected, got;
+  for (const auto& [line, mountPoint, type] : lines) {
+    table += line + "\n";
+    if (!mountPoint.empty()) expected.emplace_back(mountPoint, type);
+  }
+  std::vector<std::string> asked;
+  auto removable = [&asked](const std::string& device) {
+    asked.push_back(device);
+    return device == "8:17";
+  };
+  for (const Drive& d : ParseDrives(table, removable)) got.emplace_back(d.mountPoint, d.type);
+  EXPECT_EQ(got, expected);
+  // Only block-backed file systems are asked about; a network or RAM one has no device.
+  std::sort(asked.begin(), asked.end());
+  EXPECT_EQ(asked, (std::vector<std::string>{"254:0", "8:17"}));
+
+  // The real mount table holds the root's file system.
+  const std::vector<Drive> mounted = MountedDrives();
+  EXPECT_TRUE(std::any_of(mounted.begin(), mounted.end(),
+                          [](const Drive& d) { return d.mountPoint == MountPointOf("/"); }));
 }
 
 const DeviceDefaults kDefaults{"/opt/ravelin/", "/media/stick", "machine-42"};

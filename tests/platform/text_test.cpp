@@ -77,7 +77,7 @@ TEST(Utf8, AnInvalidByteOrLoneSurrogateIsOneCharacterOfItsOwnEverywhere) {
   EXPECT_FALSE(LikeMatch("\xC0\x80", "?"));
   // A lone surrogate read back from UTF-16 is replaced; pairs go there and back.
   EXPECT_EQ(Utf16ToUtf8(std::u16string{u'a', 0xD800, u'b'}), "a\xEF\xBF\xBD" "b");
-  EXPECT_EQ(Utf16ToUtf8(std::u16string{0xDC00}), "\xEF\xBF\xBD");
+  EXPECT_EQ(Utf16ToUtf8(std::u16string{0xDC00, 0xDFFF}), "\xEF\xBF\xBD\xEF\xBF\xBD");
   EXPECT_EQ(Utf16ToUtf8(Utf8ToUtf16("Ünïcødé 名前 \xF4\x8F\xBF\xBF")), "Ünïcødé 名前 \xF4\x8F\xBF\xBF");
 }
 
