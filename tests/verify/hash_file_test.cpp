@@ -60,6 +60,23 @@ TEST_F(HashFileTest, DigestsAndTheBarAcrossChunkBoundaries) {
   }
 }
 
+// A file cut short under the hash ends the hash: what is missing counts as zeros, so the
+// record shows a mismatch rather than the run waiting for bytes that never come.
+TEST_F(HashFileTest, AFileThatShrinksWhileHashedEndsWithZerosForWhatIsGone) {
+  const std::string bytes = Pattern(kChunk * 5 / 2);
+  const std::string path = dir.WriteFile("shrinks", bytes);
+  pump.onPump = [&](int) { ASSERT_EQ(truncate(path.c_str(), kChunk + 10), 0); };
+  // In a child with an alarm, so that a hash that waits for good fails at once.
+  const auto outcome = test::RunInChild([&](std::string& out) {
+    alarm(20);
+    out = HashFile(ctx, path);
+    return 0;
+  });
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_EQ(outcome.output, test::Md5Of(bytes.substr(0, kChunk + 10) +
+                                        std::string(bytes.size() - kChunk - 10, '\0')));
+}
+
 // In line and ahead on a second thread: the same digest, and the file's times left exactly as
 // they were. An access time older than the modification time is what relatime refreshes on a
 // read, and nanoseconds below 100 ns catch a write-back at file-time resolution.
