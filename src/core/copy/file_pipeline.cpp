@@ -219,10 +219,10 @@ void ProcessFileRow(RunContext& ctx, std::string& sourcePath, std::string& targe
     SetFileTimes(ctx, targetPath, fileTimes);
     stage = "Source Roll TS";
     SetFileTimes(ctx, sourcePath, fileTimes);
-    // Setting the source's times puts nothing on the target: the same two writes again would
-    // find nothing left to change, so each is made once.
     stage = "Set Target File TS";
+    SetFileTimes(ctx, targetPath, fileTimes);
     stage = "Roll Source Folder TS";
+    SetFileTimes(ctx, sourcePath, fileTimes);
     stage = "Set High-Order Target Folder TS";
     SetFileTimes(ctx, targetFolder, folderTimes);
     ctx.file.copyFailed = false;

@@ -317,23 +317,20 @@ static bool CopyWithProgress(RunContext& ctx, const std::string& source, const s
 
     GoDebug("               Set Attributes");
     // A target the transfer refused (read-only, the source itself) keeps its own mode; a
-    // finished copy has had it given already, and then nothing has happened since the times
-    // were put right and the target seen: a second round would find the same.
-    if (opened && !mode.given) {
-      GivePermissionBits(target, mode.bits);
+    // finished copy has had it given already.
+    if (opened && !mode.given) GivePermissionBits(target, mode.bits);
 
-      GoDebug("               Roll TS");
-      SetFileTimes(ctx, source, times);
+    GoDebug("               Roll TS");
+    SetFileTimes(ctx, source, times);
 
-      if (!FileExists(target, &ctx)) {
-        GoDebug("               Copy failure (2)");
-        return false;
-      }
-
-      // A mode change moves the change time only, but the times go on last all the same.
-      GoDebug("               Set Target TS (2)");
-      SetFileTimes(ctx, target, times);
+    if (!FileExists(target, &ctx)) {
+      GoDebug("               Copy failure (2)");
+      return false;
     }
+
+    // A mode change moves the change time only, but the times go on last all the same.
+    GoDebug("               Set Target TS (2)");
+    SetFileTimes(ctx, target, times);
 
     if (copied) {
       GoDebug("               Copy successful");
