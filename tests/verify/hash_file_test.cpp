@@ -117,37 +117,3 @@ TEST_F(HashFileTest, HashedInLineOrAheadTheTimesStayExactlyAsTheyWere) {
 
 }  // namespace
 }  // namespace qr
-
-namespace qr {
-namespace {
-
-// One worker for many files, as a run uses it: a file handed over while it is busy is hashed in
-// line, one left unfinished (its caller's step threw) is let go before the next, and a stopped
-// worker starts again. Every digest right, every file's times as they were.
-TEST_F(HashFileTest, ARunsWorkerHashesEveryFileOnceWhateverBecomesOfTheOneBefore) {
-  const std::string big = Pattern(kChunk * 5 / 2), small = "abc";
-  const std::string bigPath = dir.WriteFile("big", big), smallPath = dir.WriteFile("small", small);
-  test::SetTimes(bigPath, {1000000000, 123456789}, {1100000000, 987654321});
-  FileTimes bigTimes, smallTimes;
-  ASSERT_EQ(GetFileTimes(ctx, bigPath, bigTimes), 1);
-  ASSERT_EQ(GetFileTimes(ctx, smallPath, smallTimes), 1);
-  BackgroundWorker worker;
-  {
-    HashAhead first(bigPath, &worker);
-    HashAhead second(smallPath, &worker);
-    EXPECT_EQ(second.Finish(ctx, smallTimes), test::Md5Of(small));
-    EXPECT_EQ(first.Finish(ctx, bigTimes), test::Md5Of(big));
-  }
-  { HashAhead dropped(bigPath, &worker); }
-  EXPECT_EQ(HashAhead(smallPath, &worker).Finish(ctx, smallTimes), test::Md5Of(small));
-  worker.Stop();
-  EXPECT_EQ(HashAhead(bigPath, &worker).Finish(ctx, bigTimes), test::Md5Of(big));
-  FileTimes after;
-  ASSERT_EQ(GetFileTimes(ctx, bigPath, after), 1);
-  EXPECT_EQ(after.accessed, bigTimes.accessed);
-  EXPECT_EQ(after.modified, bigTimes.modified);
-  EXPECT_TRUE(dialogs.shown.empty());
-}
-
-}  // namespace
-}  // namespace qr

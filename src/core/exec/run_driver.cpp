@@ -387,13 +387,10 @@ class SourceLinkTimes {
 
 ExecResult ExecCopy(RunContext& ctx) {
   const ConfinedRootsScope confined;
-  // However the run ends, its verification log is let go and its second thread ended.
+  // However the run ends, its verification log is let go.
   struct LogsClosed {
     RunContext& ctx;
-    ~LogsClosed() {
-      ctx.verificationLog.Close();
-      ctx.hashWorker.Stop();
-    }
+    ~LogsClosed() { ctx.verificationLog.Close(); }
   } logsClosed{ctx};
   const SourceLinkTimes linkTimes(ctx.settings.Sources);
   // Each handler ends the run at once: no close-down, and the run's state stays as it was.

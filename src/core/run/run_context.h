@@ -7,7 +7,6 @@
 
 #include "jobdb/db_connection.h"
 #include "jobdb/job_database.h"
-#include "platform/background_worker.h"
 #include "platform/dialogs.h"
 #include "platform/event_pump.h"
 #include "platform/file_times.h"
@@ -88,9 +87,6 @@ class RunContext : public Reporter {
   FailureRecord failures;
   // The verification log, open from its first line to the run's end.
   UnicodeAppender verificationLog;
-  // The second thread that hashes a copy while this one hashes its source: started at the
-  // run's first such hash, ended with the run.
-  BackgroundWorker hashWorker;
 
   FileInHand file;
 

@@ -11,7 +11,9 @@
 #include <cmath>
 #include <cstdint>
 #include <chrono>
+#include <future>
 #include <memory>
+#include <thread>
 
 #include "jobdb/job_database.h"
 #include "platform/errors.h"
@@ -236,6 +238,9 @@ struct HashAhead::Work {
   std::string text;        // the digest, once done
   std::string failure;     // the library's words when it failed
   std::string words;       // the step that failed
+  std::promise<void> done;
+  std::future<void> finished = done.get_future();
+  std::thread thread;
 
   void Run() {
     DigestContext md(EVP_MD_CTX_new());
@@ -268,37 +273,35 @@ struct HashAhead::Work {
       failure = e.what();
       text.clear();
     }
+    done.set_value();
   }
 };
 
-HashAhead::HashAhead(const std::string& path, BackgroundWorker* worker) : path_(path) {
+HashAhead::HashAhead(const std::string& path) : path_(path) {
   auto work = std::make_unique<Work>();
   work->file.Reset(OpenForHashing(path, work->size));
   if (work->file.get() < 0) return;
-  if (worker == nullptr) {
-    own_ = std::make_unique<BackgroundWorker>();
-    worker = own_.get();
-  }
   Work* w = work.get();
-  // A worker that can't take it leaves the hash to Finish, in line.
-  if (!worker->Post([w] { w->Run(); })) return;
-  worker_ = worker;
+  try {
+    w->thread = std::thread([w] { w->Run(); });
+  } catch (const std::system_error&) {
+    // No second thread to be had: Finish hashes in line.
+    return;
+  }
   work_ = std::move(work);
 }
 
 HashAhead::~HashAhead() {
-  // However the caller's work ended, the worker is done with this file before it goes.
-  if (worker_ != nullptr) {
-    while (!worker_->WaitFor(std::chrono::seconds(1))) {
-    }
-  }
+  if (work_ && work_->thread.joinable()) work_->thread.join();
 }
 
 std::string HashAhead::Finish(RunContext& ctx, const FileTimes& timesJustRead) {
   if (!work_) return HashFileAfterTimes(ctx, path_, timesJustRead);
   // The window stays alive while the digest is finished: the pump runs on this thread only.
-  while (!worker_->WaitFor(std::chrono::milliseconds(50))) ctx.pump.Pump();
-  worker_ = nullptr;
+  while (work_->finished.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) {
+    ctx.pump.Pump();
+  }
+  work_->thread.join();
   work_->file.Close();
   if (!work_->failure.empty()) {
     const std::string n = IntText(kInternalErrorNumber);

@@ -4,8 +4,6 @@
 #include <memory>
 #include <string>
 
-#include "platform/background_worker.h"
-
 namespace qr {
 
 class RunContext;
@@ -18,21 +16,18 @@ std::string HashFile(RunContext& ctx, const std::string& path);
 std::string HashFileAfterTimes(RunContext& ctx, const std::string& path,
                                const FileTimes& timesJustRead);
 
-// The MD5 of a file computed on a second thread while the caller's thread does other work
+// The MD5 of a large file computed on a second thread while the caller's thread does other work
 // (hashing the other side of a copy): the same digest, the same times put back, the same
 // reports as HashFile, all given on the caller's thread by Finish. The second thread only reads
 // the file and feeds the digest; it touches nothing else of the run.
 class HashAhead {
  public:
-  // Files smaller than this go ahead only on a run's long-lived worker: a thread started for
-  // one file costs more than it saves on them.
+  // Files smaller than this are hashed in line: a thread costs more than it saves on them.
   static constexpr int64_t kMinimumSize = 32 * 1024 * 1024;
 
-  // Opens the file, whose times the caller has just read, and starts its digest on `worker`,
-  // or on a thread of its own without one. Nothing is started where it can't be opened: Finish
-  // then gives the empty text, as HashFile does; where the worker can't take it, Finish hashes
-  // in line.
-  explicit HashAhead(const std::string& path, BackgroundWorker* worker = nullptr);
+  // Opens the file, whose times the caller has just read, and starts its digest. Nothing is
+  // started where it can't be opened: Finish then gives the empty text, as HashFile does.
+  explicit HashAhead(const std::string& path);
   ~HashAhead();
   HashAhead(const HashAhead&) = delete;
   HashAhead& operator=(const HashAhead&) = delete;
@@ -45,8 +40,6 @@ class HashAhead {
   struct Work;
   std::string path_;
   std::unique_ptr<Work> work_;
-  std::unique_ptr<BackgroundWorker> own_;
-  BackgroundWorker* worker_ = nullptr;  // set while it holds the file
 };
 
 }  // namespace qr

@@ -157,7 +157,7 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
     stage = "Determining File Name";
     const std::string fileName = NamePart(sourcePath);
 
-    // The copy is hashed on the run's second thread while its source is hashed on this one: the
+    // A large copy is hashed on a second thread while its source is hashed on this one: the
     // copy's times are read just before, as they would be just after, since hashing the source
     // does not touch the copy.
     std::optional<HashAhead> destAhead;
@@ -185,9 +185,9 @@ void WriteVerificationRecord(RunContext& ctx, std::string& sourcePath, std::stri
         source.times.accessed = t.accessed;
         stage = "Hash source: set SourceLMT";
         source.times.modified = t.modified;
-        if (s.HashDest && knownSourceHash.empty() &&
+        if (s.HashDest && knownSourceHash.empty() && ctx.file.size >= HashAhead::kMinimumSize &&
             GetFileTimes(ctx, targetPath, destAheadTimes) == 1) {
-          destAhead.emplace(targetPath, &ctx.hashWorker);
+          destAhead.emplace(targetPath);
         }
         stage = "Hash source: hash";
         // A digest the caller already holds is not computed a second time.
